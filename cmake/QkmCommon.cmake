@@ -1,0 +1,43 @@
+# Flags and the library pattern shared by both libraries.
+#
+# Numeric code is compiled without contraction (no fused multiply-add) and never with
+# -ffast-math: every product of a described order is rounded on its own.
+set(QKM_NUMERIC_FLAGS -ffp-contract=off -fno-fast-math -march=x86-64 -mtune=generic)
+set(QKM_WARNING_FLAGS -Wall -Wextra -Wno-unused-parameter -Wno-psabi)
+
+if(QKM_SANITIZE)
+  set(QKM_SANITIZE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined
+      -fno-omit-frame-pointer)
+  add_compile_options(${QKM_SANITIZE_FLAGS})
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# qkm_add_library(NAME SOURCES ... EXPORTS list... MAP versionscript)
+# Builds one set of position-independent objects and makes of them
+#   NAME          the shared library (exported names only, through MAP),
+#   NAME_static   an archive of the same objects, for tests that reach internal hooks,
+#   NAME_headers  the include folders.
+function(qkm_add_library name)
+  cmake_parse_arguments(A "" "MAP" "SOURCES;EXPORTS" ${ARGN})
+  add_library(${name}_headers INTERFACE)
+  target_include_directories(${name}_headers INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/QORKYTMathKernel>)
+  add_library(${name}_objects OBJECT ${A_SOURCES})
+  target_include_directories(${name}_objects PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name}_objects PUBLIC ${name}_headers)
+  target_compile_options(${name}_objects PRIVATE ${QKM_NUMERIC_FLAGS} ${QKM_WARNING_FLAGS})
+  target_compile_definitions(${name}_objects PRIVATE QKM_BUILDING_LIBRARY=1)
+
+  add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
+  target_include_directories(${name} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/QORKYTMathKernel>)
+  target_link_options(${name} PRIVATE -Wl,--version-script=${A_MAP} -Wl,--no-undefined)
+  set_target_properties(${name} PROPERTIES LINK_DEPENDS ${A_MAP})
+
+  add_library(${name}_static STATIC $<TARGET_OBJECTS:${name}_objects>)
+  target_link_libraries(${name}_static PUBLIC ${name}_headers)
+
+  set(${name}_EXPORT_LISTS ${A_EXPORTS} CACHE INTERNAL "export lists of ${name}")
+endfunction()

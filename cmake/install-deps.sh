@@ -1,0 +1,18 @@
+#!/bin/sh
+# Installs the Debian packages that the build needs, when they are missing.
+#   install-deps.sh          build and test tools
+#   install-deps.sh bench    the same, plus OpenBLAS for the benchmark anchors
+set -e
+pkgs="cmake ninja-build g++ make binutils libgtest-dev libgmock-dev libbenchmark-dev libblas-dev liblapack-dev"
+[ "$1" = "bench" ] && pkgs="$pkgs libopenblas0-serial"
+missing=""
+for p in $pkgs; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+[ -z "$missing" ] && exit 0
+echo "installing:$missing"
+SUDO=""
+[ "$(id -u)" -ne 0 ] && SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq $missing

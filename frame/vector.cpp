@@ -1,0 +1,414 @@
+// Dense vector kernels on doubles and 32-bit integers.
+//
+// Element-wise kernels (daxpy, dscal) give the same bits on every instruction set: a lane
+// computes exactly the rounded operations of the scalar statement. The only sum whose split
+// is free, e_dasum on unit stride, uses one fixed split (see unit_asum) on every path.
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "frame/simd.h"
+#include "kernels.h"
+
+namespace {
+
+typedef double v8d __attribute__((vector_size(64)));
+
+QKM_INLINE v8d load8(const double *p) {
+  v8d v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
+QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
+
+// Offset (in elements) of the first element of a mirrored-start walk.
+inline int64_t mirrored_start(int32_t n, int32_t inc) {
+  return inc < 0 ? (1 - static_cast<int64_t>(n)) * inc : 0;
+}
+inline int64_t magnitude(int32_t inc) { return inc < 0 ? -static_cast<int64_t>(inc) : inc; }
+
+// ---- y = y + x * a on unit stride ------------------------------------------------------
+QKM_INLINE void axpy_body(int64_t n, double a, const double *x, double *y) {
+  const v8d va = splat8(a);
+  int64_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    const v8d y0 = load8(y + i) + load8(x + i) * va;
+    const v8d y1 = load8(y + i + 8) + load8(x + i + 8) * va;
+    const v8d y2 = load8(y + i + 16) + load8(x + i + 16) * va;
+    const v8d y3 = load8(y + i + 24) + load8(x + i + 24) * va;
+    store8(y + i, y0);
+    store8(y + i + 8, y1);
+    store8(y + i + 16, y2);
+    store8(y + i + 24, y3);
+  }
+  for (; i + 8 <= n; i += 8) store8(y + i, load8(y + i) + load8(x + i) * va);
+  for (; i < n; ++i) y[i] = y[i] + x[i] * a;
+}
+void axpy_base(int64_t n, double a, const double *x, double *y) { axpy_body(n, a, x, y); }
+QKM_TARGET_AVX2 void axpy_avx2(int64_t n, double a, const double *x, double *y) {
+  axpy_body(n, a, x, y);
+}
+QKM_TARGET_AVX512 void axpy_avx512(int64_t n, double a, const double *x, double *y) {
+  axpy_body(n, a, x, y);
+}
+
+void unit_axpy(int64_t n, double a, const double *x, double *y) {
+  // When y starts inside x a step may read an element that an earlier step wrote: keep the
+  // element order of the scalar statement there.
+  const uintptr_t px = reinterpret_cast<uintptr_t>(x), py = reinterpret_cast<uintptr_t>(y);
+  if (py > px && py - px < static_cast<uintptr_t>(n) * sizeof(double)) {
+    for (int64_t i = 0; i < n; ++i) y[i] = y[i] + x[i] * a;
+    return;
+  }
+  switch (qkm::simd::active()) {
+    case qkm::simd::Avx512: axpy_avx512(n, a, x, y); break;
+    case qkm::simd::Avx2: axpy_avx2(n, a, x, y); break;
+    default: axpy_base(n, a, x, y); break;
+  }
+}
+
+// ---- x = x * a on unit stride -----------------------------------------------------------
+QKM_INLINE void scal_body(int64_t n, double a, double *x) {
+  const v8d va = splat8(a);
+  int64_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    const v8d x0 = load8(x + i) * va;
+    const v8d x1 = load8(x + i + 8) * va;
+    const v8d x2 = load8(x + i + 16) * va;
+    const v8d x3 = load8(x + i + 24) * va;
+    store8(x + i, x0);
+    store8(x + i + 8, x1);
+    store8(x + i + 16, x2);
+    store8(x + i + 24, x3);
+  }
+  for (; i + 8 <= n; i += 8) store8(x + i, load8(x + i) * va);
+  for (; i < n; ++i) x[i] = x[i] * a;
+}
+void scal_base(int64_t n, double a, double *x) { scal_body(n, a, x); }
+QKM_TARGET_AVX2 void scal_avx2(int64_t n, double a, double *x) { scal_body(n, a, x); }
+QKM_TARGET_AVX512 void scal_avx512(int64_t n, double a, double *x) { scal_body(n, a, x); }
+
+void unit_scal(int64_t n, double a, double *x) {
+  switch (qkm::simd::active()) {
+    case qkm::simd::Avx512: scal_avx512(n, a, x); break;
+    case qkm::simd::Avx2: scal_avx2(n, a, x); break;
+    default: scal_base(n, a, x); break;
+  }
+}
+
+// ---- sum of magnitudes on unit stride ---------------------------------------------------
+// Fixed split, the same on every instruction set: 32 partial sums, partial j taking the
+// elements j, j+32, j+64, ... in order, each starting from 0.0. They are combined as four
+// blocks of eight, p[0..7] + p[8..15] and p[16..23] + p[24..31] lane by lane, then those two
+// added lane by lane, then the eight lanes as ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
+QKM_INLINE v8d abs8(v8d v) {
+  typedef int64_t v8l __attribute__((vector_size(64)));
+  const v8l mask = {INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX,
+                    INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX};
+  return reinterpret_cast<v8d>(reinterpret_cast<v8l>(v) & mask);
+}
+QKM_INLINE double asum_body(int64_t n, const double *x) {
+  v8d s0 = splat8(0.0), s1 = s0, s2 = s0, s3 = s0;
+  int64_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    s0 += abs8(load8(x + i));
+    s1 += abs8(load8(x + i + 8));
+    s2 += abs8(load8(x + i + 16));
+    s3 += abs8(load8(x + i + 24));
+  }
+  if (i < n) {
+    // The tail joins the partial sums it belongs to; the missing elements count as +0.0,
+    // which leaves a sum of magnitudes unchanged.
+    double tail[32] = {};
+    std::memcpy(tail, x + i, static_cast<size_t>(n - i) * sizeof(double));
+    s0 += abs8(load8(tail));
+    s1 += abs8(load8(tail + 8));
+    s2 += abs8(load8(tail + 16));
+    s3 += abs8(load8(tail + 24));
+  }
+  const v8d s = (s0 + s1) + (s2 + s3);
+  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+double asum_base(int64_t n, const double *x) { return asum_body(n, x); }
+QKM_TARGET_AVX2 double asum_avx2(int64_t n, const double *x) { return asum_body(n, x); }
+QKM_TARGET_AVX512 double asum_avx512(int64_t n, const double *x) { return asum_body(n, x); }
+
+double unit_asum(int64_t n, const double *x) {
+  switch (qkm::simd::active()) {
+    case qkm::simd::Avx512: return asum_avx512(n, x);
+    case qkm::simd::Avx2: return asum_avx2(n, x);
+    default: return asum_base(n, x);
+  }
+}
+
+inline void swap_bits(double *p, double *q) {
+  // A plain move of the 64 bits: NaN payloads and signed zeros survive.
+  uint64_t a, b;
+  std::memcpy(&a, p, 8);
+  std::memcpy(&b, q, 8);
+  std::memcpy(p, &b, 8);
+  std::memcpy(q, &a, 8);
+}
+
+}  // namespace
+
+extern "C" {
+
+void e_dzero(const qkm_int *n, double *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn == 0) return;
+  const int32_t inc = *incx;
+  if (inc == 1) {
+    // The byte count is taken from n with its sign: a negative n is not defended.
+    std::memset(x, 0, static_cast<size_t>(static_cast<int64_t>(nn) * 8));
+    return;
+  }
+  int64_t ix = mirrored_start(nn, inc);
+  for (int32_t k = 0; k < nn; ++k, ix += inc) x[ix] = 0.0;
+}
+
+void e_izero(const qkm_int *n, qkm_int *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn == 0) return;
+  const int32_t inc = *incx;
+  if (inc == 1) {
+    std::memset(x, 0, static_cast<size_t>(static_cast<int64_t>(nn) * 4));
+    return;
+  }
+  int64_t ix = mirrored_start(nn, inc);
+  for (int32_t k = 0; k < nn; ++k, ix += inc) x[ix] = 0;
+}
+
+void e_dcopy(const qkm_int *n, const double *x, const qkm_int *incx, double *y,
+             const qkm_int *incy) {
+  const int32_t nn = *n;
+  if (nn <= 0) return;
+  const int32_t ix_inc = *incx, iy_inc = *incy;
+  if (ix_inc == 1 && iy_inc == 1) {
+    std::memmove(y, x, static_cast<size_t>(nn) * sizeof(double));
+    return;
+  }
+  int64_t ix = mirrored_start(nn, ix_inc), iy = mirrored_start(nn, iy_inc);
+  for (int32_t k = 0; k < nn; ++k, ix += ix_inc, iy += iy_inc) y[iy] = x[ix];
+}
+
+void e_icopy(const qkm_int *n, const qkm_int *x, const qkm_int *incx, qkm_int *y,
+             const qkm_int *incy) {
+  const int32_t nn = *n;
+  if (nn <= 0) return;
+  const int32_t ix_inc = *incx, iy_inc = *incy;
+  if (ix_inc == 1 && iy_inc == 1) {
+    std::memmove(y, x, static_cast<size_t>(nn) * sizeof(qkm_int));
+    return;
+  }
+  int64_t ix = mirrored_start(nn, ix_inc), iy = mirrored_start(nn, iy_inc);
+  for (int32_t k = 0; k < nn; ++k, ix += ix_inc, iy += iy_inc) y[iy] = x[ix];
+}
+
+void e_dswap(const qkm_int *n, double *x, const qkm_int *incx, double *y, const qkm_int *incy) {
+  const int32_t nn = *n;
+  if (nn <= 0) return;
+  const int32_t ix_inc = *incx, iy_inc = *incy;
+  if (ix_inc == 1 && iy_inc == 1) {
+    const int32_t m = nn % 3;
+    for (int32_t i = 0; i < m; ++i) swap_bits(x + i, y + i);
+    if (nn < 3) return;
+    for (int32_t i = m; i < nn; i += 3) {
+      swap_bits(x + i, y + i);
+      swap_bits(x + i + 1, y + i + 1);
+      swap_bits(x + i + 2, y + i + 2);
+    }
+    return;
+  }
+  int64_t ix = mirrored_start(nn, ix_inc), iy = mirrored_start(nn, iy_inc);
+  for (int32_t k = 0; k < nn; ++k, ix += ix_inc, iy += iy_inc) swap_bits(x + ix, y + iy);
+}
+
+void e_dscal(const qkm_int *n, const double *a, double *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn <= 0) return;
+  const double av = *a;
+  const int64_t step = magnitude(*incx);
+  if (step == 1) {
+    unit_scal(nn, av, x);
+    return;
+  }
+  int64_t ix = 0;
+  for (int32_t k = 0; k < nn; ++k, ix += step) x[ix] = x[ix] * av;
+}
+
+void drscl(const qkm_int *n, const double *a, double *x, const qkm_int *incx) {
+  if (*n <= 0) return;
+  if (*a == 0.0) return;
+  if (*a == 1.0) return;
+  const double t = 1.0 / *a;
+  e_dscal(n, &t, x, incx);
+}
+
+void e_daxpy(const qkm_int *n, const double *a, const double *x, const qkm_int *incx, double *y,
+             const qkm_int *incy) {
+  const int32_t nn = *n;
+  if (nn <= 0) return;
+  const double av = *a;
+  if (av == 0.0) return;
+  const int32_t ix_inc = *incx, iy_inc = *incy;
+  if (ix_inc == 1 && iy_inc == 1) {
+    unit_axpy(nn, av, x, y);
+    return;
+  }
+  int64_t ix = mirrored_start(nn, ix_inc), iy = mirrored_start(nn, iy_inc);
+  for (int32_t k = 0; k < nn; ++k, ix += ix_inc, iy += iy_inc) y[iy] = y[iy] + av * x[ix];
+}
+
+double e_dasum(const qkm_int *n, const double *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn <= 0) return 0.0;
+  const int64_t step = magnitude(*incx);
+  if (step == 1) return unit_asum(nn, x);
+  double sum = 0.0;
+  int64_t ix = 0;
+  for (int32_t k = 0; k < nn; ++k, ix += step) sum += std::fabs(x[ix]);
+  return sum;
+}
+
+double e_dnrm2(const qkm_int *n, const double *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn <= 0) return 0.0;
+  constexpr double cutlo = 8.232e-11;
+  constexpr double cuthi = 1.304e19;
+  // n passes through single precision first: the rounding shows above 2^24.
+  const double hitest = cuthi / static_cast<double>(static_cast<float>(nn));
+  const int64_t step = magnitude(*incx);
+
+  enum class State { Start, ZeroRun, Small, Large, Middle };
+  State state = State::Start;
+  double sum = 0.0;
+  double xmax = 0.0;
+  int64_t ix = 0;
+  int32_t k = 0;
+  while (k < nn) {
+    const double v = x[ix];
+    const double a = std::fabs(v);
+    switch (state) {
+      case State::Start:
+        if (a > cutlo) {
+          state = State::Middle;
+        } else {
+          xmax = 0.0;
+          state = State::ZeroRun;
+        }
+        continue;  // same element, new state
+      case State::ZeroRun:
+        if (v == 0.0) break;
+        if (a > cutlo) {
+          state = State::Middle;
+          continue;
+        }
+        state = State::Small;
+        xmax = a;
+        {
+          const double q = v / xmax;
+          sum = sum + q * q;
+        }
+        break;
+      case State::Small:
+        if (a > cutlo) {
+          sum = sum * (xmax * xmax);
+          state = State::Middle;
+          continue;
+        }
+        [[fallthrough]];
+      case State::Large:
+        if (xmax >= a) {
+          const double q = v / xmax;
+          sum = sum + q * q;
+        } else {
+          const double t = xmax / v;
+          sum = (sum * t) * t;
+          xmax = a;
+          sum = sum + 1.0;
+        }
+        break;
+      case State::Middle:
+        if (a >= hitest) {
+          sum = (sum / v) / v;
+          state = State::Large;
+          xmax = a;
+          const double q = v / xmax;
+          sum = sum + q * q;
+        } else {
+          sum = sum + v * v;
+        }
+        break;
+    }
+    ++k;
+    ix += step;
+  }
+  if (state == State::Middle) return std::sqrt(sum);
+  return std::sqrt(sum) * xmax;
+}
+
+double damax(const qkm_int *n, const double *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn <= 0) return 0.0;
+  double m = std::fabs(x[0]);
+  if (nn == 1) return m;
+  const int64_t step = magnitude(*incx);
+  int64_t ix = step;
+  for (int32_t k = 2; k <= nn; ++k, ix += step) {
+    const double v = std::fabs(x[ix]);
+    if (!(m > v)) m = v;
+  }
+  return m;
+}
+
+qkm_int e_idamax(const qkm_int *n, const double *x, const qkm_int *incx) {
+  const int32_t nn = *n;
+  if (nn <= 0) return 0;
+  if (nn == 1) return 1;
+  const int64_t step = magnitude(*incx);
+  double m = std::fabs(x[0]);
+  int32_t p = 1;
+  int64_t ix = step;
+  for (int32_t k = 2; k <= nn; ++k, ix += step) {
+    const double v = std::fabs(x[ix]);
+    if (!(m >= v)) {
+      m = v;
+      p = k;
+    }
+  }
+  return p;
+}
+
+void e_drotg(double *a, double *b, double *c, double *s) {
+  const double av = *a, bv = *b;
+  if (!(std::fabs(bv) >= std::fabs(av))) {
+    const double u = av + av;
+    const double v = bv / u;
+    const double r = std::sqrt(v * v + 0.25) * u;
+    const double cv = av / r;
+    const double sv = v * (cv + cv);
+    *c = cv;
+    *s = sv;
+    *b = sv;
+    *a = r;
+    return;
+  }
+  if (bv == 0.0) {
+    *c = 1.0;
+    *s = 0.0;
+    return;
+  }
+  const double u = bv + bv;
+  const double v = av / u;
+  const double r = std::sqrt(v * v + 0.25) * u;
+  const double sv = bv / r;
+  const double cv = v * (sv + sv);
+  *a = r;
+  *c = cv;
+  *s = sv;
+  *b = (cv == 0.0) ? 1.0 : 1.0 / cv;
+}
+
+}  // extern "C"
