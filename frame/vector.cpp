@@ -151,59 +151,51 @@ inline void swap_bits(double *p, double *q) {
   std::memcpy(q, &a, 8);
 }
 
+// Clearing for e_dzero and e_izero: n = 0 returns before the stride is read; stride 1 clears
+// the block with memset, the byte count taken from n with its sign (a negative n is not
+// defended); other strides walk from the mirrored start, and a negative n walks nothing.
+template <class T>
+void zero_walk(int32_t n, T *x, const qkm_int *incx) {
+  if (n == 0) return;
+  const int32_t inc = *incx;
+  if (inc == 1) {
+    std::memset(x, 0, static_cast<size_t>(static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T))));
+    return;
+  }
+  int64_t ix = mirrored_start(n, inc);
+  for (int32_t k = 0; k < n; ++k, ix += inc) x[ix] = T(0);
+}
+
+// Copying for e_dcopy and e_icopy: both strides 1 move the block (overlap is safe), any other
+// pair copies element by element in order, so overlap takes effect as it goes.
+template <class T>
+void copy_walk(int32_t n, const T *x, const qkm_int *incx, T *y, const qkm_int *incy) {
+  if (n <= 0) return;
+  const int32_t ix_inc = *incx, iy_inc = *incy;
+  if (ix_inc == 1 && iy_inc == 1) {
+    std::memmove(y, x, static_cast<size_t>(n) * sizeof(T));
+    return;
+  }
+  int64_t ix = mirrored_start(n, ix_inc), iy = mirrored_start(n, iy_inc);
+  for (int32_t k = 0; k < n; ++k, ix += ix_inc, iy += iy_inc) y[iy] = x[ix];
+}
+
 }  // namespace
 
 extern "C" {
 
-void e_dzero(const qkm_int *n, double *x, const qkm_int *incx) {
-  const int32_t nn = *n;
-  if (nn == 0) return;
-  const int32_t inc = *incx;
-  if (inc == 1) {
-    // The byte count is taken from n with its sign: a negative n is not defended.
-    std::memset(x, 0, static_cast<size_t>(static_cast<int64_t>(nn) * 8));
-    return;
-  }
-  int64_t ix = mirrored_start(nn, inc);
-  for (int32_t k = 0; k < nn; ++k, ix += inc) x[ix] = 0.0;
-}
+void e_dzero(const qkm_int *n, double *x, const qkm_int *incx) { zero_walk(*n, x, incx); }
 
-void e_izero(const qkm_int *n, qkm_int *x, const qkm_int *incx) {
-  const int32_t nn = *n;
-  if (nn == 0) return;
-  const int32_t inc = *incx;
-  if (inc == 1) {
-    std::memset(x, 0, static_cast<size_t>(static_cast<int64_t>(nn) * 4));
-    return;
-  }
-  int64_t ix = mirrored_start(nn, inc);
-  for (int32_t k = 0; k < nn; ++k, ix += inc) x[ix] = 0;
-}
+void e_izero(const qkm_int *n, qkm_int *x, const qkm_int *incx) { zero_walk(*n, x, incx); }
 
 void e_dcopy(const qkm_int *n, const double *x, const qkm_int *incx, double *y,
              const qkm_int *incy) {
-  const int32_t nn = *n;
-  if (nn <= 0) return;
-  const int32_t ix_inc = *incx, iy_inc = *incy;
-  if (ix_inc == 1 && iy_inc == 1) {
-    std::memmove(y, x, static_cast<size_t>(nn) * sizeof(double));
-    return;
-  }
-  int64_t ix = mirrored_start(nn, ix_inc), iy = mirrored_start(nn, iy_inc);
-  for (int32_t k = 0; k < nn; ++k, ix += ix_inc, iy += iy_inc) y[iy] = x[ix];
+  copy_walk(*n, x, incx, y, incy);
 }
 
 void e_icopy(const qkm_int *n, const qkm_int *x, const qkm_int *incx, qkm_int *y,
              const qkm_int *incy) {
-  const int32_t nn = *n;
-  if (nn <= 0) return;
-  const int32_t ix_inc = *incx, iy_inc = *incy;
-  if (ix_inc == 1 && iy_inc == 1) {
-    std::memmove(y, x, static_cast<size_t>(nn) * sizeof(qkm_int));
-    return;
-  }
-  int64_t ix = mirrored_start(nn, ix_inc), iy = mirrored_start(nn, iy_inc);
-  for (int32_t k = 0; k < nn; ++k, ix += ix_inc, iy += iy_inc) y[iy] = x[ix];
+  copy_walk(*n, x, incx, y, incy);
 }
 
 void e_dswap(const qkm_int *n, double *x, const qkm_int *incx, double *y, const qkm_int *incy) {
