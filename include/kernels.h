@@ -62,6 +62,12 @@ QKM_API qkm_int e_idamax(const qkm_int *n, const double *x, const qkm_int *incx)
 QKM_API void e_drotg(double *a, double *b, double *c, double *s);
 
 /* ---- dense matrix products ------------------------------------------------------------ */
+/* C := alpha*op(A)*op(B) + beta*C, flags "N"/"n" or "T"/"t"/"C"/"c"; stops the process with
+   "DGEMM FATAL ERROR" on a bad argument. */
+QKM_API void eagemm(const char *transa, const char *transb, const qkm_int *m, const qkm_int *n,
+                    const qkm_int *k, const double *alpha, const double *a, const qkm_int *lda,
+                    const double *b, const qkm_int *ldb, const double *beta, double *c,
+                    const qkm_int *ldc, qkm_len transa_len, qkm_len transb_len);
 
 /* ---- packed solves -------------------------------------------------------------------- */
 
