@@ -4,14 +4,15 @@
 //
 // Every rounded operation happens in the order of the scalar statement of each pass. The SIMD
 // variants only run independent statements side by side:
-//  - eaxetr forms the inner products of eight rows at once, one row per lane, each lane adding
-//    its terms in ascending order; the rank-2 update of a row is element-wise.
+//  - eaxetr forms the inner products of several rows at once (8, 4 or 2 by instruction set), one
+//    row per lane, each lane adding its terms in ascending order; the rank-2 update of a row is
+//    element-wise.
 //  - eaxeql keeps the rotations of a sweep in a small buffer and applies them block of rows by
 //    block of rows. A given element of z still meets the rotations of the sweep in the same
 //    order, through the same expressions, so the bits do not change; z is complete at the end
 //    of every sweep.
 //  - eaxevp applies all reflectors to one block of columns before the next block (the columns
-//    are independent); the inner products of eight columns run one per lane, each in ascending
+//    are independent); the inner products of several columns run one per lane, each in ascending
 //    order, and the update of a column is element-wise.
 #include <cmath>
 #include <cstdint>
@@ -32,11 +33,49 @@ QKM_INLINE v8d load8(const double *p) {
 QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
 QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
 
+typedef double v4d __attribute__((vector_size(32)));
+typedef double v2d __attribute__((vector_size(16)));
+
+// Lane vectors for the inner products: eight lanes with AVX-512, four with AVX2, two with SSE2.
+// Lanes are independent sums, so the width does not change any result.
+template <class V>
+struct Lanes {
+  static constexpr int W = sizeof(V) / sizeof(double);
+  static QKM_INLINE V load(const double *p) {
+    V v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+  }
+  static QKM_INLINE void store(double *p, V v) { std::memcpy(p, &v, sizeof v); }
+  static QKM_INLINE V splat(double a) {
+    V v;
+    for (int i = 0; i < W; ++i) v[i] = a;
+    return v;
+  }
+};
+
+QKM_INLINE void transpose(v2d r[2]) {
+  const v2d c0 = __builtin_shufflevector(r[0], r[1], 0, 2);
+  const v2d c1 = __builtin_shufflevector(r[0], r[1], 1, 3);
+  r[0] = c0;
+  r[1] = c1;
+}
+QKM_INLINE void transpose(v4d r[4]) {
+  const v4d s0 = __builtin_shufflevector(r[0], r[1], 0, 4, 2, 6);
+  const v4d s1 = __builtin_shufflevector(r[0], r[1], 1, 5, 3, 7);
+  const v4d s2 = __builtin_shufflevector(r[2], r[3], 0, 4, 2, 6);
+  const v4d s3 = __builtin_shufflevector(r[2], r[3], 1, 5, 3, 7);
+  r[0] = __builtin_shufflevector(s0, s2, 0, 1, 4, 5);
+  r[1] = __builtin_shufflevector(s1, s3, 0, 1, 4, 5);
+  r[2] = __builtin_shufflevector(s0, s2, 2, 3, 6, 7);
+  r[3] = __builtin_shufflevector(s1, s3, 2, 3, 6, 7);
+}
+
 // Position (0-based) of the start of row i (1-based) of a matrix packed by rows.
 inline int64_t row0(int64_t i) { return i * (i - 1) / 2; }
 
 // In-register transpose of eight vectors: on return r[t][q] holds the old r[q][t].
-QKM_INLINE void transpose8(v8d r[8]) {
+QKM_INLINE void transpose(v8d r[8]) {
   v8d s[8], q[8];
   for (int p = 0; p < 8; p += 2) {
     s[p] = __builtin_shufflevector(r[p], r[p + 1], 0, 8, 2, 10, 4, 12, 6, 14);
@@ -58,37 +97,40 @@ QKM_INLINE void transpose8(v8d r[8]) {
 
 // ---- reduction: e(j) = (sum over k of A(j,k) u(k)) * rh for j = 1..l ----------------------
 // A is the leading l by l block of the packed matrix a, u = d(1..l). Each p is one ascending
-// sum starting from 0.0; eight rows run side by side, one per lane.
+// sum starting from 0.0; W rows run side by side, one per lane.
+template <class V>
 QKM_INLINE void tr_matvec_body(int64_t l, const double *a, const double *u, double rh,
                                double *e) {
+  using L = Lanes<V>;
+  constexpr int W = L::W;
   int64_t j0 = 1;
-  for (; j0 + 7 <= l; j0 += 8) {
-    v8d acc = splat8(0.0);
-    // k below the block: A(j,k) along row j; eight rows read contiguously, then transposed.
+  for (; j0 + W - 1 <= l; j0 += W) {
+    V acc = L::splat(0.0);
+    // k below the block: A(j,k) along row j; W rows read contiguously, then transposed.
     int64_t k = 1;
-    for (; k + 7 < j0; k += 8) {
-      v8d r[8];
-      for (int t = 0; t < 8; ++t) r[t] = load8(a + row0(j0 + t) + k - 1);
-      transpose8(r);
-      for (int q = 0; q < 8; ++q) acc = acc + r[q] * splat8(u[k - 1 + q]);
+    for (; k + W - 1 < j0; k += W) {
+      V r[W];
+      for (int t = 0; t < W; ++t) r[t] = L::load(a + row0(j0 + t) + k - 1);
+      transpose(r);
+      for (int q = 0; q < W; ++q) acc = acc + r[q] * L::splat(u[k - 1 + q]);
     }
     for (; k < j0; ++k) {
-      v8d c;
-      for (int t = 0; t < 8; ++t) c[t] = a[row0(j0 + t) + k - 1];
-      acc = acc + c * splat8(u[k - 1]);
+      V c;
+      for (int t = 0; t < W; ++t) c[t] = a[row0(j0 + t) + k - 1];
+      acc = acc + c * L::splat(u[k - 1]);
     }
     // k inside the block: along the row up to the diagonal, then down the column.
-    for (; k < j0 + 8; ++k) {
-      v8d c;
-      for (int t = 0; t < 8; ++t) {
+    for (; k < j0 + W; ++k) {
+      V c;
+      for (int t = 0; t < W; ++t) {
         const int64_t j = j0 + t;
         c[t] = k <= j ? a[row0(j) + k - 1] : a[row0(k) + j - 1];
       }
-      acc = acc + c * splat8(u[k - 1]);
+      acc = acc + c * L::splat(u[k - 1]);
     }
-    // k above the block: A(k,j) for the eight j are contiguous in row k.
-    for (; k <= l; ++k) acc = acc + load8(a + row0(k) + j0 - 1) * splat8(u[k - 1]);
-    store8(e + j0 - 1, acc * splat8(rh));
+    // k above the block: A(k,j) for the W values of j are contiguous in row k.
+    for (; k <= l; ++k) acc = acc + L::load(a + row0(k) + j0 - 1) * L::splat(u[k - 1]);
+    L::store(e + j0 - 1, acc * L::splat(rh));
   }
   for (; j0 <= l; ++j0) {
     double p = 0.0;
@@ -120,15 +162,15 @@ QKM_INLINE void tr_update_all_body(int64_t l, double *a, double *e, const double
 }
 
 void tr_matvec_base(int64_t l, const double *a, const double *u, double rh, double *e) {
-  tr_matvec_body(l, a, u, rh, e);
+  tr_matvec_body<v2d>(l, a, u, rh, e);
 }
 QKM_TARGET_AVX2 void tr_matvec_avx2(int64_t l, const double *a, const double *u, double rh,
                                     double *e) {
-  tr_matvec_body(l, a, u, rh, e);
+  tr_matvec_body<v4d>(l, a, u, rh, e);
 }
 QKM_TARGET_AVX512 void tr_matvec_avx512(int64_t l, const double *a, const double *u, double rh,
                                         double *e) {
-  tr_matvec_body(l, a, u, rh, e);
+  tr_matvec_body<v4d>(l, a, u, rh, e);
 }
 void tr_update_base(int64_t l, double *a, double *e, const double *d, double hh) {
   tr_update_all_body(l, a, e, d, hh);
@@ -160,58 +202,63 @@ QKM_INLINE void rot_rows_scalar(int64_t k0, int64_t k1, int64_t n, double *z, in
   }
 }
 
+template <class V>
 QKM_INLINE void rot_body(int64_t n, double *z, int64_t ihi, int cnt, const double *c,
                          const double *s) {
+  using L = Lanes<V>;
+  constexpr int W = L::W;
   int64_t k = 0;
-  for (; k + 32 <= n; k += 32) {
+  for (; k + 4 * W <= n; k += 4 * W) {
     double *zk = z + k;
-    v8d x0 = load8(zk + ihi * n), x1 = load8(zk + ihi * n + 8), x2 = load8(zk + ihi * n + 16),
-        x3 = load8(zk + ihi * n + 24);
+    const double *top = zk + ihi * n;
+    V x0 = L::load(top), x1 = L::load(top + W), x2 = L::load(top + 2 * W),
+      x3 = L::load(top + 3 * W);
     for (int r = 0; r < cnt; ++r) {
       const int64_t i = ihi - r;
-      const v8d vc = splat8(c[r]), vs = splat8(s[r]);
+      const V vc = L::splat(c[r]), vs = L::splat(s[r]);
       double *yi = zk + (i - 1) * n, *xi = zk + i * n;
-      const v8d y0 = load8(yi), y1 = load8(yi + 8), y2 = load8(yi + 16), y3 = load8(yi + 24);
-      store8(xi, vc * x0 + vs * y0);
-      store8(xi + 8, vc * x1 + vs * y1);
-      store8(xi + 16, vc * x2 + vs * y2);
-      store8(xi + 24, vc * x3 + vs * y3);
+      const V y0 = L::load(yi), y1 = L::load(yi + W), y2 = L::load(yi + 2 * W),
+              y3 = L::load(yi + 3 * W);
+      L::store(xi, vc * x0 + vs * y0);
+      L::store(xi + W, vc * x1 + vs * y1);
+      L::store(xi + 2 * W, vc * x2 + vs * y2);
+      L::store(xi + 3 * W, vc * x3 + vs * y3);
       x0 = y0 * vc - x0 * vs;
       x1 = y1 * vc - x1 * vs;
       x2 = y2 * vc - x2 * vs;
       x3 = y3 * vc - x3 * vs;
     }
     double *zl = zk + (ihi - cnt) * n;
-    store8(zl, x0);
-    store8(zl + 8, x1);
-    store8(zl + 16, x2);
-    store8(zl + 24, x3);
+    L::store(zl, x0);
+    L::store(zl + W, x1);
+    L::store(zl + 2 * W, x2);
+    L::store(zl + 3 * W, x3);
   }
-  for (; k + 8 <= n; k += 8) {
+  for (; k + W <= n; k += W) {
     double *zk = z + k;
-    v8d x0 = load8(zk + ihi * n);
+    V x0 = L::load(zk + ihi * n);
     for (int r = 0; r < cnt; ++r) {
       const int64_t i = ihi - r;
-      const v8d vc = splat8(c[r]), vs = splat8(s[r]);
-      const v8d y0 = load8(zk + (i - 1) * n);
-      store8(zk + i * n, vc * x0 + vs * y0);
+      const V vc = L::splat(c[r]), vs = L::splat(s[r]);
+      const V y0 = L::load(zk + (i - 1) * n);
+      L::store(zk + i * n, vc * x0 + vs * y0);
       x0 = y0 * vc - x0 * vs;
     }
-    store8(zk + (ihi - cnt) * n, x0);
+    L::store(zk + (ihi - cnt) * n, x0);
   }
   rot_rows_scalar(k, n, n, z, ihi, cnt, c, s);
 }
 
 void rot_base(int64_t n, double *z, int64_t ihi, int cnt, const double *c, const double *s) {
-  rot_body(n, z, ihi, cnt, c, s);
+  rot_body<v2d>(n, z, ihi, cnt, c, s);
 }
 QKM_TARGET_AVX2 void rot_avx2(int64_t n, double *z, int64_t ihi, int cnt, const double *c,
                               const double *s) {
-  rot_body(n, z, ihi, cnt, c, s);
+  rot_body<v4d>(n, z, ihi, cnt, c, s);
 }
 QKM_TARGET_AVX512 void rot_avx512(int64_t n, double *z, int64_t ihi, int cnt, const double *c,
                                   const double *s) {
-  rot_body(n, z, ihi, cnt, c, s);
+  rot_body<v8d>(n, z, ihi, cnt, c, s);
 }
 
 // ---- back-transformation -------------------------------------------------------------------
@@ -224,7 +271,10 @@ QKM_INLINE void col_update(int64_t l, double *zc, const double *u, double s) {
   for (; k < l; ++k) zc[k] = zc[k] + u[k] * s;
 }
 
+template <class V>
 QKM_INLINE void evp_block_body(int64_t n, const double *a, double *z, int64_t c0, int64_t nc) {
+  using L = Lanes<V>;
+  constexpr int W = L::W;
   for (int64_t i = 3; i <= n; ++i) {
     const int64_t l = i - 1;
     const double *u = a + row0(i);
@@ -232,23 +282,23 @@ QKM_INLINE void evp_block_body(int64_t n, const double *a, double *z, int64_t c0
     if (h == 0.0) continue;
     const double w = -1.0 / h;
     int64_t c = c0;
-    for (; c + 8 <= c0 + nc; c += 8) {
+    for (; c + W <= c0 + nc; c += W) {
       double *zc = z + c * n;
-      v8d acc = splat8(0.0);
+      V acc = L::splat(0.0);
       int64_t k = 0;
-      for (; k + 8 <= l; k += 8) {
-        v8d r[8];
-        for (int t = 0; t < 8; ++t) r[t] = load8(zc + t * n + k);
-        transpose8(r);
-        for (int q = 0; q < 8; ++q) acc = acc + r[q] * splat8(u[k + q]);
+      for (; k + W <= l; k += W) {
+        V r[W];
+        for (int t = 0; t < W; ++t) r[t] = L::load(zc + t * n + k);
+        transpose(r);
+        for (int q = 0; q < W; ++q) acc = acc + r[q] * L::splat(u[k + q]);
       }
       for (; k < l; ++k) {
-        v8d v;
-        for (int t = 0; t < 8; ++t) v[t] = zc[t * n + k];
-        acc = acc + v * splat8(u[k]);
+        V v;
+        for (int t = 0; t < W; ++t) v[t] = zc[t * n + k];
+        acc = acc + v * L::splat(u[k]);
       }
-      acc = acc * splat8(w);
-      for (int t = 0; t < 8; ++t) col_update(l, zc + t * n, u, acc[t]);
+      acc = acc * L::splat(w);
+      for (int t = 0; t < W; ++t) col_update(l, zc + t * n, u, acc[t]);
     }
     for (; c < c0 + nc; ++c) {
       double *zc = z + c * n;
@@ -263,13 +313,16 @@ QKM_INLINE void evp_block_body(int64_t n, const double *a, double *z, int64_t c0
 // Columns per block: the block stays in cache while every reflector passes over it.
 constexpr int64_t kEvpCols = 32;
 
+template <class V>
 QKM_INLINE void evp_body(int64_t n, const double *a, double *z) {
   for (int64_t c0 = 0; c0 < n; c0 += kEvpCols)
-    evp_block_body(n, a, z, c0, n - c0 < kEvpCols ? n - c0 : kEvpCols);
+    evp_block_body<V>(n, a, z, c0, n - c0 < kEvpCols ? n - c0 : kEvpCols);
 }
-void evp_base(int64_t n, const double *a, double *z) { evp_body(n, a, z); }
-QKM_TARGET_AVX2 void evp_avx2(int64_t n, const double *a, double *z) { evp_body(n, a, z); }
-QKM_TARGET_AVX512 void evp_avx512(int64_t n, const double *a, double *z) { evp_body(n, a, z); }
+void evp_base(int64_t n, const double *a, double *z) { evp_body<v2d>(n, a, z); }
+QKM_TARGET_AVX2 void evp_avx2(int64_t n, const double *a, double *z) { evp_body<v4d>(n, a, z); }
+QKM_TARGET_AVX512 void evp_avx512(int64_t n, const double *a, double *z) {
+  evp_body<v8d>(n, a, z);
+}
 
 // Rotations buffered per flush. A sweep longer than this is applied in several runs, in order.
 constexpr int kRotBuf = 128;
