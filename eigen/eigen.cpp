@@ -347,6 +347,7 @@ void flush(RotBuffer &b, int64_t n, double *z, int level) {
 
 extern "C" {
 
+// Below order 2 the single entry is copied: position 1 of ap, d and e is used even for n = 0.
 void eaxetr(const qkm_int *n_, double *ap, double *d, double *e) {
   const int64_t n = *n_;
   if (n < 2) {
@@ -397,6 +398,8 @@ void eaxetr(const qkm_int *n_, double *ap, double *d, double *e) {
   e[0] = 0.0;
 }
 
+// z(1,1) is set before the order is looked at. The rotations of a sweep are buffered
+// (kRotBuf at a time, on the stack) and applied before the sweep's results are stored.
 qkm_int eaxeql(const qkm_int *n_, double *d, double *e, double *z, qkm_int *ierr) {
   const int64_t n = *n_;
   z[0] = 1.0;
