@@ -62,12 +62,50 @@ QKM_API qkm_int e_idamax(const qkm_int *n, const double *x, const qkm_int *incx)
 QKM_API void e_drotg(double *a, double *b, double *c, double *s);
 
 /* ---- dense matrix products ------------------------------------------------------------ */
+/* C := alpha*op(A)*op(B) + beta*C, flags "N"/"n" or "T"/"t"/"C"/"c"; stops the process with
+   "DGEMM FATAL ERROR" on a bad argument. */
+QKM_API void eagemm(const char *transa, const char *transb, const qkm_int *m, const qkm_int *n,
+                    const qkm_int *k, const double *alpha, const double *a, const qkm_int *lda,
+                    const double *b, const qkm_int *ldb, const double *beta, double *c,
+                    const qkm_int *ldc, qkm_len transa_len, qkm_len transb_len);
 
 /* ---- packed solves -------------------------------------------------------------------- */
 
 /* ---- factorisation and inversion ------------------------------------------------------ */
 
+/* In-place inversion. imode 1: general, column pivoting; 2: symmetric, unwatched; other:
+   symmetric, watched (info 1 when a pivot is not above 1.0e-8 in magnitude). */
+QKM_API void eaxinv(const qkm_int *imode, const qkm_int *lda, const qkm_int *n, qkm_int *ipvt,
+                    qkm_int *info, double *a);
+/* Truncated spectral inverse of a symmetric matrix of order n <= 30; returns 0 or 1. */
+QKM_API qkm_int eaxinvs(const qkm_int *n, const double *tol, double *a, double *work, double *z,
+                        qkm_int *nzero);
+QKM_API void ebhpap(const qkm_int *n, const double *z, const double *dd, double *work,
+                    double *c);
+QKM_API void eaxmmp(const qkm_int *m, const qkm_int *k, const qkm_int *n, const double *a,
+                    const double *b, double *c);
+QKM_API double eaxscl(const qkm_int *n, const double *x, const qkm_int *incx, const double *y,
+                      const qkm_int *incy);
+/* Basis evaluator of eaxrmc3: (1, 0, nbasis, 1, 0, scaled point[3], cell, values[nbasis],
+   ierr), all by reference; returns 1 for failure. */
+typedef qkm_int (*qkm_basis_fn)(const qkm_int *, const qkm_int *, const qkm_int *,
+                                const qkm_int *, const qkm_int *, const double *, double *,
+                                double *, qkm_int *);
+QKM_API qkm_int eaxrmc3(const qkm_int *nbasis, const qkm_int *npts, const double *pts,
+                        const double *xq, const double *vals, double *fit, qkm_basis_fn basis,
+                        double *gram, double *work, double *z, double *bmat, double *pvec,
+                        double *coef, const double *wts, qkm_int *ierr);
+
 /* ---- symmetric eigenproblem ----------------------------------------------------------- */
+/* Packed by rows: element (i,j), j <= i, at position i(i-1)/2 + j. eaxeig returns 0, or 1 when
+   the QL iteration fails (then ierr holds the index of the eigenvalue; on success ierr is not
+   written). iorder 1: ascending values, anything else: descending magnitude. */
+QKM_API qkm_int eaxeig(const qkm_int *n, const qkm_int *iorder, double *ap, double *d, double *z,
+                       double *e, qkm_int *ierr);
+QKM_API void eaxetr(const qkm_int *n, double *ap, double *d, double *e);
+QKM_API qkm_int eaxeql(const qkm_int *n, double *d, double *e, double *z, qkm_int *ierr);
+QKM_API void eaxeor(const qkm_int *iorder, const qkm_int *n, double *d, double *z);
+QKM_API void eaxevp(const qkm_int *n, const double *ap, double *z);
 
 /* ---- sparse structure ----------------------------------------------------------------- */
 
