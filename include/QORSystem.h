@@ -11,6 +11,54 @@ __attribute__((visibility("default"))) const char *QORGetEnv(const char *name);
 
 #ifdef __cplusplus
 }
+
+#include <time.h>
+
+#include "QORString.h"
+
+/* The login name of the user, terminated, in at most `size` bytes. 0 on success, negative
+   when it cannot be found or does not fit. */
+__attribute__((visibility("default"))) int QORGetLoginName(char *buffer, int size);
+
+/* What QORGetSystemInfo reports; the host name comes first. */
+struct QORSystemInfo {
+  char HostName[256];
+  char SystemName[65];
+  char Release[65];
+  char Machine[65];
+  int ProcessorCount;
+};
+
+/* Fills `info`. 0 on success, negative on failure (then `info` is cleared). */
+__attribute__((visibility("default"))) int QORGetSystemInfo(QORSystemInfo *info);
+
+/* A moment in local time. */
+class __attribute__((visibility("default"))) QORTime {
+ public:
+  QORTime();  // now
+  explicit QORTime(time_t seconds);
+  /* The time through a strftime format. `flags` is reserved (0). Empty on failure. */
+  QORUnicodeString ConvertToString(const char *format, int flags) const;
+  time_t GetSeconds() const;
+
+ private:
+  time_t _Seconds;
+  int _Valid;
+};
+
+/* A random (version 4) UUID, made at construction. */
+class __attribute__((visibility("default"))) QORUuid {
+ public:
+  QORUuid();
+  /* Writes the text form (36 characters, lower-case hex with dashes), cut to `size`
+     characters; the terminator is written only when it fits. Returns the characters written. */
+  int UUID_to_chaine(char *buffer, int size) const;
+  const unsigned char *GetBytes() const;
+
+ private:
+  unsigned char _Bytes[16];
+};
+
 #endif
 
 #endif

@@ -71,6 +71,17 @@ QKM_API void e_drotg(double *a, double *b, double *c, double *s);
 
 /* ---- sparse structure ----------------------------------------------------------------- */
 
+/* ---- printing and error reports of the services --------------------------------------- */
+/* Lines into the listing file (standard output when none is open). `text` and `format` are
+   terminated; `ehprini` and `ehprinr` add a line holding a newline after their own. */
+QKM_API void ehprint(const char *text, qkm_len text_len);
+QKM_API void ehprini(const char *text, const qkm_int *value, qkm_len text_len);
+QKM_API void ehprinr(const char *format, const double *value, qkm_len format_len);
+/* Reports an internal error with the number *code and the first 80 bytes of `text` (need not
+   be terminated); sets *status to 1 and returns 1. */
+QKM_API qkm_int ehrprog(const qkm_int *code, const char *text, qkm_int *status,
+                        qkm_len text_len);
+
 #ifdef __cplusplus
 }
 #endif

@@ -15,6 +15,9 @@ enum class Op : int {
   DeleteFile,
   MemAlloc,
   MemRealloc,
+  LoginName,
+  SystemInfo,
+  Time,
   Count
 };
 
