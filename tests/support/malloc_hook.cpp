@@ -21,6 +21,7 @@ std::atomic<std::size_t> g_min{0};
 std::atomic<int> g_countdown{0};
 std::atomic<int> g_failures{0};
 std::atomic<int> g_counted{0};
+std::atomic<std::size_t> g_last{0};
 
 void arm(std::size_t min_bytes, int nth, bool sticky) {
   g_armed.store(false);
@@ -29,12 +30,14 @@ void arm(std::size_t min_bytes, int nth, bool sticky) {
   g_sticky.store(sticky);
   g_failures.store(0);
   g_counted.store(0);
+  g_last.store(0);
   g_armed.store(nth > 0);
 }
 
 bool should_fail(std::size_t size) {
   if (!g_armed.load(std::memory_order_relaxed) || size < g_min.load()) return false;
   g_counted.fetch_add(1);
+  g_last.store(size);
   const int left = g_countdown.load();
   if (left <= 0) return false;
   if (left == 1) {
@@ -52,6 +55,7 @@ void fail_from(std::size_t min_bytes, int nth) { arm(min_bytes, nth, true); }
 void reset() { g_armed.store(false); }
 int failures() { return g_failures.load(); }
 int counted() { return g_counted.load(); }
+std::size_t last_size() { return g_last.load(); }
 
 }  // namespace qkm_test::malloc_hook
 

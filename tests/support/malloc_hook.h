@@ -17,6 +17,8 @@ void reset();
 int failures();
 // Number of counted calls (size at least min_bytes) since the last arming.
 int counted();
+// Size asked by the last counted call.
+std::size_t last_size();
 
 // Disarms on scope exit.
 struct Guard {
