@@ -43,13 +43,16 @@ void run(benchmark::State &st, gemm_t f, const char *flags, int n) {
                          benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// The ratio table pairs runs by "<case>/<impl>": drop the "manual_time" mark that manual
-// timing appends to the names.
+// The ratio table pairs runs by "<case>/<impl>": drop the marks that manual timing and a
+// fixed iteration count append to the names.
 class ThreadTimeReporter : public qkm_bench::RatioReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
     std::vector<Run> renamed = runs;
-    for (auto &r : renamed) r.run_name.time_type.clear();
+    for (auto &r : renamed) {
+      r.run_name.time_type.clear();
+      r.run_name.iterations.clear();
+    }
     RatioReporter::ReportRuns(renamed);
   }
 };
