@@ -77,6 +77,14 @@ QKM_INLINE void vstore_n(double *p, V v, int n) {
   for (int l = 0; l < n; ++l) p[l] = v[l];
 }
 
+// Keeps a loaded row vector in a register, so that the compiler does not fold the load into
+// every multiplication that uses it (one load per position instead of one per column).
+template <class V>
+QKM_INLINE V in_register(V v) {
+  asm("" : "+v"(v));
+  return v;
+}
+
 // One depth block of one panel, as the tile kernels see it.
 struct Block {
   int mm, nb, kk;   // rows, columns, depth
@@ -107,14 +115,14 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   const int kk2 = k.kk & ~1;
   for (int p = 0; p < kk2; p += 2) {
     V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = vload<V>(a + r * W);
+    for (int r = 0; r < RV; ++r) x[r] = in_register(vload<V>(a + r * W));
     for (int jj = 0; jj < NR; ++jj) {
       const double y = b[jj * bj];
       for (int r = 0; r < RV; ++r) e[r][jj] += x[r] * y;
     }
     a += gemm_mb;
     b += bp;
-    for (int r = 0; r < RV; ++r) x[r] = vload<V>(a + r * W);
+    for (int r = 0; r < RV; ++r) x[r] = in_register(vload<V>(a + r * W));
     for (int jj = 0; jj < NR; ++jj) {
       const double y = b[jj * bj];
       for (int r = 0; r < RV; ++r) o[r][jj] += x[r] * y;

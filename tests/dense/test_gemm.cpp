@@ -362,9 +362,9 @@ TEST(GemmDeathTest, EachBadArgumentStops) {
   EXPECT_EXIT(call("N", "N", m, neg, k, 3, 5, 3), stops, msg);
   EXPECT_EXIT(call("N", "N", m, n, neg, 3, 5, 3), stops, msg);
   EXPECT_EXIT(call("N", "N", m, n, k, 2, 5, 3), stops, msg);   // lda < m
-  EXPECT_EXIT(call("T", "N", m, n, k, 4, 5, 3), stops, msg);   // lda < k
+  EXPECT_EXIT(call("T", "N", m, n, k, 4, 5, 3), stops, msg);   // lda < k (though >= m)
   EXPECT_EXIT(call("N", "N", m, n, k, 3, 4, 3), stops, msg);   // ldb < k
-  EXPECT_EXIT(call("N", "T", m, n, k, 3, 3, 3), stops, msg);   // ldb < n
+  EXPECT_EXIT(call("N", "T", m, n, 2, 3, 3, 3), stops, msg);   // ldb < n (though >= k)
   EXPECT_EXIT(call("N", "N", m, n, k, 3, 5, 2), stops, msg);   // ldc < m
   EXPECT_EXIT(call("N", "N", 1, n, 0, 0, 1, 1, &alpha, &two), stops, msg);  // lda < 1
   // k = 0 with beta = 2 and a bad flag; alpha = 0 and beta = 0 with lda too small
