@@ -48,12 +48,6 @@ template <class V>
 QKM_INLINE void vstore(double *p, V v) {
   std::memcpy(p, &v, sizeof v);
 }
-template <class V>
-QKM_INLINE V vsplat(double a) {
-  V v;
-  for (unsigned i = 0; i < sizeof v / sizeof(double); ++i) v[i] = a;
-  return v;
-}
 
 // 0-based index of a(k,1), k counted from 1.
 QKM_INLINE int64_t row_start(int64_t k) { return k * (k - 1) / 2; }
@@ -128,13 +122,13 @@ QKM_INLINE void batch_tile(const double *ap, double *const *rows, double *T, int
   }
   for (int64_t m = 0; m < j0; ++m) {
     const V x = vload<V>(T + m * W);
-    for (int t = 0; t < JT; ++t) acc[t] = acc[t] + vsplat<V>(lr[t][m]) * x;
+    for (int t = 0; t < JT; ++t) acc[t] = acc[t] + lr[t][m] * x;
   }
   for (int t = 0; t < JT; ++t) {
     V s = acc[t];
-    for (int u = 0; u < t; ++u) s = s + vsplat<V>(lr[t][j0 + u]) * vload<V>(T + (j0 + u) * W);
+    for (int u = 0; u < t; ++u) s = s + lr[t][j0 + u] * vload<V>(T + (j0 + u) * W);
     const double d = lr[t][j0 + t];
-    const V x = ((j0 + t) % 4 == 0) ? s / vsplat<V>(-d) : -(s / vsplat<V>(d));
+    const V x = ((j0 + t) % 4 == 0) ? s / (-d) : -(s / d);
     vstore<V>(T + (j0 + t) * W, x);
   }
 }
@@ -177,7 +171,7 @@ QKM_INLINE bool batch_body(double *ap, int64_t k0, double tol, qkm_int *info, do
     for (int l = 0; l < W; ++l) acc[i][l] = i <= l ? -rows[l][nc + i] : 0.0;
   for (int64_t m = 0; m < nc; ++m) {
     const V x = vload<V>(T + m * W);
-    for (int i = 0; i < W; ++i) acc[i] = acc[i] + vsplat<V>(T[m * W + i]) * x;
+    for (int i = 0; i < W; ++i) acc[i] = acc[i] + T[m * W + i] * x;
   }
   double diag[W];
   for (int l = 0; l < W; ++l) {

@@ -34,7 +34,6 @@ QKM_INLINE v8d load8(const double *p) {
   return v;
 }
 QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
-QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
 
 inline int32_t wrap_add(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
@@ -128,7 +127,7 @@ QKM_INLINE void tile_rows(double *const *acol, const double (*u)[kMaxTerms], con
       v8d l[RV];
       for (int r = 0; r < RV; ++r) l[r] = load8(t[k].l + i + 8 * r);
       for (int q = 0; q < CT; ++q) {
-        const v8d uq = splat8(u[q][k]);
+        const double uq = u[q][k];
         for (int r = 0; r < RV; ++r) a[q][r] = a[q][r] + uq * l[r];
       }
     }

@@ -25,7 +25,6 @@ QKM_INLINE v8d load8(const double *p) {
   return v;
 }
 QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
-QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
 
 // 0-based index of L(j,0), j counted from 0.
 QKM_INLINE int64_t row0(int64_t j) { return j * (j + 1) / 2; }
@@ -39,7 +38,7 @@ thread_local int32_t g_packed_length;
 // as (p[0..7] + p[8..15]) + (p[16..23] + p[24..31]) lane by lane, then the eight lanes as
 // ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
 QKM_INLINE double dot_body(int64_t n, const double *a, const double *x) {
-  v8d s0 = splat8(0.0), s1 = s0, s2 = s0, s3 = s0;
+  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
   int64_t i = 0;
   for (; i + 32 <= n; i += 32) {
     s0 = s0 + load8(a + i) * load8(x + i);
@@ -62,11 +61,10 @@ QKM_INLINE double dot_body(int64_t n, const double *a, const double *x) {
 
 // x(0..n) = x(0..n) - a(0..n)*y, element by element.
 QKM_INLINE void sub_scaled(int64_t n, double *x, double y, const double *a) {
-  const v8d vy = splat8(y);
   int64_t i = 0;
   for (; i + 16 <= n; i += 16) {
-    const v8d x0 = load8(x + i) - vy * load8(a + i);
-    const v8d x1 = load8(x + i + 8) - vy * load8(a + i + 8);
+    const v8d x0 = load8(x + i) - y * load8(a + i);
+    const v8d x1 = load8(x + i + 8) - y * load8(a + i + 8);
     store8(x + i, x0);
     store8(x + i + 8, x1);
   }
@@ -110,7 +108,7 @@ QKM_INLINE void forward_tile(double *b, int64_t ldb, int64_t kc, int64_t j0, con
   }
   for (int64_t i = i0; i < i1; ++i) {
     const v8d pv = load8(P + (i - i0) * 8);
-    for (int r = 0; r < R; ++r) acc[r] = acc[r] - splat8(col[r][i]) * pv;
+    for (int r = 0; r < R; ++r) acc[r] = acc[r] - col[r][i] * pv;
   }
   for (int r = 0; r < R; ++r) store8(col[r] + j0, acc[r]);
 }
@@ -127,7 +125,7 @@ QKM_INLINE void backward_tile(double *b, int64_t ldb, int64_t kc, int64_t i0, in
   }
   for (int64_t j = n - 1; j >= i0 + 8; --j) {
     const v8d lv = load8(ap + row0(j) + i0);
-    for (int r = 0; r < R; ++r) acc[r] = acc[r] - splat8(col[r][j]) * lv;
+    for (int r = 0; r < R; ++r) acc[r] = acc[r] - col[r][j] * lv;
   }
   for (int r = 0; r < R; ++r) store8(col[r] + i0, acc[r]);
 }
