@@ -167,6 +167,19 @@ TEST(Eaxfch2, ExtendsAnExistingFactor) {
   }
 }
 
+// K0 = K1 = 7 on a matrix whose rows 1 to 6 are factored gives the row 7 of one call.
+TEST(Eaxfch2, OneMoreRowOnAFactoredMatrix) {
+  const auto a = spd(7, 70);
+  auto whole = a, piece = a;
+  qkm_int info = -1, one = 1, six = 6, seven = 7;
+  double dfail = 0, tol = 0;
+  eaxfch2(nullptr, &one, &seven, &tol, whole.data(), &info, &dfail);
+  eaxfch2(nullptr, &one, &six, &tol, piece.data(), &info, &dfail);
+  eaxfch2(nullptr, &seven, &seven, &tol, piece.data(), &info, &dfail);
+  EXPECT_EQ(info, 0);
+  expect_same_bits(whole, piece, "row 7");
+}
+
 TEST(Eaxfch2, EmptyRangeWritesOnlyInfo) {
   std::vector<double> a(10, sentinel());
   qkm_int info = 99, k0 = 4, k1 = 3;
