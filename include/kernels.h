@@ -70,8 +70,26 @@ QKM_API void eagemm(const char *transa, const char *transb, const qkm_int *m, co
                     const qkm_int *ldc, qkm_len transa_len, qkm_len transb_len);
 
 /* ---- packed solves -------------------------------------------------------------------- */
+/* Solves A*X = B with the factor of eaxfch (upper form only); info is written only when
+   uplo is refused. */
+QKM_API void dpptrs_2(const char *uplo, const qkm_int *n, const qkm_int *nrhs, const double *ap,
+                      double *b, const qkm_int *ldb, qkm_int *info, qkm_len uplo_len);
+QKM_API void e_dpptrs(const char *uplo, const qkm_int *n, const qkm_int *nrhs, const double *ap,
+                      double *b, const qkm_int *ldb, qkm_int *info, qkm_len uplo_len);
+/* One right-hand side, contiguous; lap is never read. */
+QKM_API void eacort(const qkm_int *lap, const qkm_int *n, const double *ap, double *b);
 
 /* ---- factorisation and inversion ------------------------------------------------------ */
+/* Packed Cholesky by rows, rows kfirst..klast; `ignored` is never read. */
+QKM_API void eaxfch(const void *ignored, const qkm_int *kfirst, const qkm_int *klast,
+                    const double *tol, double *ap, qkm_int *info, double *dfail);
+QKM_API void eaxfch2(const void *ignored, const qkm_int *kfirst, const qkm_int *klast,
+                     const double *tol, double *ap, qkm_int *info, double *dfail);
+/* Frontal L*D*L^T elimination of the first npiv variables; 0, or 1 on refusal. */
+QKM_API qkm_int easlff_nt(const qkm_int *nfront, const qkm_int *npiv, double *front,
+                          double *minratio, const double *diag0, const double *tolabs,
+                          const double *tolratio, qkm_int *ipiv, qkm_int *naccept,
+                          float *work1, float *work2, qkm_int *ierr);
 
 /* In-place inversion. imode 1: general, column pivoting; 2: symmetric, unwatched; other:
    symmetric, watched (info 1 when a pivot is not above 1.0e-8 in magnitude). */
