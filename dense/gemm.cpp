@@ -25,6 +25,7 @@
 
 #include "QORFortranRT.h"
 #include "frame/simd.h"
+#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
@@ -43,23 +44,8 @@ constexpr int gemm_nb_packed = 100;   // columns of C per column panel, B copied
 alignas(64) thread_local double abuf[gemm_mb * gemm_kb];
 alignas(64) thread_local double bbuf[gemm_kb * gemm_kb];
 
-typedef double v2d __attribute__((vector_size(16)));
-typedef double v4d __attribute__((vector_size(32)));
-typedef double v8d __attribute__((vector_size(64)));
+using namespace qkm::vec;
 
-template <class V>
-constexpr int lanes = sizeof(V) / sizeof(double);
-
-template <class V>
-QKM_INLINE V vload(const double *p) {
-  V v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-template <class V>
-QKM_INLINE void vstore(double *p, V v) {
-  std::memcpy(p, &v, sizeof v);
-}
 // First n lanes from memory, the others +0.0; nothing beyond p[n-1] is read.
 template <class V>
 QKM_INLINE V vload_n(const double *p, int n) {

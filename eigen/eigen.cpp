@@ -19,22 +19,13 @@
 #include <cstring>
 
 #include "frame/simd.h"
+#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
 
-typedef double v8d __attribute__((vector_size(64)));
+using namespace qkm::vec;
 
-QKM_INLINE v8d load8(const double *p) {
-  v8d v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
-QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
-
-typedef double v4d __attribute__((vector_size(32)));
-typedef double v2d __attribute__((vector_size(16)));
 
 // Lane vectors for the inner products: eight lanes with AVX-512, four with AVX2, two with SSE2.
 // Lanes are independent sums, so the width does not change any result.

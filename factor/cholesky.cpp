@@ -9,7 +9,7 @@
 //
 // Speed comes from doing several rows at once without touching any single sum's order: the
 // rows k0 .. k0+W-1 of a batch share the finished rows above k0, so each entry L(j,m) that is
-// read serves W rows, one SIMD lane per row. A batch keeps its results in a transposed stack
+// read serves W rows, one SIMD lane per row. A batch keeps its results in a transposed per-thread
 // buffer until the pivots have been checked in row order, so that a refusal leaves exactly
 // the state of the row-by-row method (earlier rows final, the refused row's left part
 // written, its diagonal and every later row untouched). Rows too long for the buffer take
@@ -20,12 +20,12 @@
 
 #include "factor/cholesky_internal.h"
 #include "frame/simd.h"
+#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
 
-typedef double v8d __attribute__((vector_size(64)));
-typedef double v4d __attribute__((vector_size(32)));
+using namespace qkm::vec;
 
 template <int W>
 struct Lanes;
@@ -38,21 +38,12 @@ struct Lanes<4> {
   typedef v4d type;
 };
 
-template <class V>
-QKM_INLINE V vload(const double *p) {
-  V v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-template <class V>
-QKM_INLINE void vstore(double *p, V v) {
-  std::memcpy(p, &v, sizeof v);
-}
 
 // 0-based index of a(k,1), k counted from 1.
 QKM_INLINE int64_t row_start(int64_t k) { return k * (k - 1) / 2; }
 
-// Capacity of the batch buffer in doubles (128 KiB of stack).
+// Capacity of the batch buffer in doubles (128 KiB, kept per thread like the other static
+// working storage of the kernels rather than on the caller's stack).
 constexpr int64_t kBatchBuffer = 16384;
 thread_local int64_t g_capacity = kBatchBuffer;
 
@@ -238,7 +229,7 @@ QKM_API void eaxfch2(const void *ignored, const qkm_int *kfirst, const qkm_int *
     return;
   }
   const double t = *tol;
-  alignas(64) double buffer[kBatchBuffer];
+  alignas(64) static thread_local double buffer[kBatchBuffer];
   const int level = qkm::simd::active();
   const int64_t cap = g_capacity;
   int64_t k = k0;

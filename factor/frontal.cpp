@@ -22,25 +22,16 @@
 #include <cstring>
 
 #include "frame/simd.h"
+#include "frame/vec.h"
+#include "frame/wrap.h"
 #include "kernels.h"
 
 namespace {
 
-typedef double v8d __attribute__((vector_size(64)));
+using namespace qkm::vec;
 
-QKM_INLINE v8d load8(const double *p) {
-  v8d v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
-
-inline int32_t wrap_add(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
-}
-inline int32_t wrap_mul(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
-}
+using qkm::wrap_add;
+using qkm::wrap_mul;
 
 constexpr int kPanelBlocks = 8;
 constexpr int kMaxTerms = 3 * kPanelBlocks;

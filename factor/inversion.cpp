@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
@@ -19,13 +20,7 @@ thread_local qkm_int t_col;
 
 constexpr double kPivotFloor = 1.0e-8;
 
-inline void swap_bits(double *p, double *q) {
-  uint64_t x, y;
-  std::memcpy(&x, p, 8);
-  std::memcpy(&y, q, 8);
-  std::memcpy(p, &y, 8);
-  std::memcpy(q, &x, 8);
-}
+using qkm::vec::swap_bits;
 
 void invert_general(int64_t lda, const qkm_int *n_, qkm_int *ipvt, double *a) {
   const int64_t n = *n_;

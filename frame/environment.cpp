@@ -7,14 +7,12 @@
 #include <unistd.h>
 
 #include "QORSystem.h"
+#include "frame/wrap.h"
 #include "kernels.h"
 
 namespace {
 
-// Wrapping 32-bit product, written through uint32_t so that it never overflows a signed type.
-inline int32_t wrap_mul(int32_t a, int32_t b) {
-  return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
-}
+using qkm::wrap_mul;
 
 // strtol in base 10 without an end pointer, low 32 bits kept.
 inline int32_t env_low32(const char *text) {

@@ -8,19 +8,12 @@
 #include <cstring>
 
 #include "frame/simd.h"
+#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
 
-typedef double v8d __attribute__((vector_size(64)));
-
-QKM_INLINE v8d load8(const double *p) {
-  v8d v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
-QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
+using namespace qkm::vec;
 
 // Offset (in elements) of the first element of a mirrored-start walk.
 inline int64_t mirrored_start(int32_t n, int32_t inc) {
@@ -140,15 +133,6 @@ double unit_asum(int64_t n, const double *x) {
     case qkm::simd::Avx2: return asum_avx2(n, x);
     default: return asum_base(n, x);
   }
-}
-
-inline void swap_bits(double *p, double *q) {
-  // A plain move of the 64 bits: NaN payloads and signed zeros survive.
-  uint64_t a, b;
-  std::memcpy(&a, p, 8);
-  std::memcpy(&b, q, 8);
-  std::memcpy(p, &b, 8);
-  std::memcpy(q, &a, 8);
 }
 
 // Clearing for e_dzero and e_izero: n = 0 returns before the stride is read; stride 1 clears

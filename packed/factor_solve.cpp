@@ -13,18 +13,12 @@
 #include <cstring>
 
 #include "frame/simd.h"
+#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
 
-typedef double v8d __attribute__((vector_size(64)));
-
-QKM_INLINE v8d load8(const double *p) {
-  v8d v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-QKM_INLINE void store8(double *p, v8d v) { std::memcpy(p, &v, sizeof v); }
+using namespace qkm::vec;
 
 // 0-based index of L(j,0), j counted from 0.
 QKM_INLINE int64_t row0(int64_t j) { return j * (j + 1) / 2; }

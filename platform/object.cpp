@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/text_copy.h"
 #include "QORBaseUnknown.h"
 #include "platform/object_count.h"
 
@@ -21,13 +22,7 @@ std::recursive_mutex &model_mutex() {
 QORMetaClass *g_classes = nullptr;
 unsigned int g_next_id = 1;
 
-char *copy_text(const char *text) {
-  if (text == nullptr) text = "";
-  const size_t n = std::strlen(text);
-  char *p = new char[n + 1];
-  std::memcpy(p, text, n + 1);
-  return p;
-}
+using qor::copy_text;
 
 }  // namespace
 

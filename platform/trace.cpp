@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/text_copy.h"
 #include "QORTrace.h"
 
 namespace {
@@ -19,13 +20,7 @@ std::map<std::string, int> &switches() {
   return s;
 }
 
-char *copy_text(const char *text) {
-  if (text == nullptr) text = "";
-  const size_t n = std::strlen(text);
-  char *p = new char[n + 1];
-  std::memcpy(p, text, n + 1);
-  return p;
-}
+using qor::copy_text;
 
 void write_all(int fd, const char *p, size_t n) {
   while (n > 0) {

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "platform/text_copy.h"
 #include "QORKytValue.h"
 
 namespace {
@@ -44,11 +45,7 @@ int match_first(const QORUnicodeString &name, const char *const *names, int coun
   return kFail;
 }
 
-char *copy_text(const char *text) {
-  char *p = new char[std::strlen(text) + 1];
-  std::strcpy(p, text);
-  return p;
-}
+using qor::copy_text;
 
 }  // namespace
 
