@@ -3,14 +3,16 @@
 // libblas.so.3 alternative never decides which one runs, and a reporter that prints, after
 // the usual table, the time ratios of each anchor to this library.
 //
-// Naming convention: a benchmark is registered as "<case>/<impl>", impl one of "qkm",
-// "openblas", "refblas". The ratio table pairs the runs of one case.
+// Naming convention: a benchmark is registered as "<case>/<impl>", impl "qkm" for this
+// library and "openblas", "refblas" (or another name, such as "malloc") for an anchor. The
+// ratio table pairs the runs of one case.
 //   ratio = time(anchor) / time(qkm): above 1.0 this library is faster.
 #pragma once
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -67,22 +69,25 @@ F sym(void *lib, const char *name) {
   return reinterpret_cast<F>(p);
 }
 
-// Console output as usual, then one line per case with the ratios to each anchor.
+// Console output as usual, then a markdown table: one row per case, a column of times for
+// this library and for each anchor met (in order of appearance), then the ratios. Manual
+// timing and fixed iteration counts add marks to the run names; they are dropped so that
+// the runs of one case pair up.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) {
+    for (Run r : runs) {
       if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
+      r.run_name.time_type.clear();
+      r.run_name.iterations.clear();
       const std::string name = r.benchmark_name();
       const auto slash = name.rfind('/');
       if (slash == std::string::npos) continue;
-      std::string impl = name.substr(slash + 1);
-      const std::string cs = name.substr(0, slash);
-      if (cs_index_.find(cs) == cs_index_.end()) {
-        cs_index_[cs] = order_.size();
-        order_.push_back(cs);
-      }
+      const std::string impl = name.substr(slash + 1), cs = name.substr(0, slash);
+      if (!times_.count(cs)) order_.push_back(cs);
+      if (impl != "qkm" && std::find(anchors_.begin(), anchors_.end(), impl) == anchors_.end())
+        anchors_.push_back(impl);
       times_[cs][impl] = r.GetAdjustedRealTime();
       for (const auto &[k, v] : r.counters)
         if (k == "GFLOPS") gflops_[cs][impl] = v;
@@ -90,45 +95,57 @@ class RatioReporter : public benchmark::ConsoleReporter {
   }
   void Finalize() override {
     ConsoleReporter::Finalize();
-    std::printf("\n| case | qkm | OpenBLAS | reference | OpenBLAS/qkm | reference/qkm |\n");
-    std::printf("|---|---|---|---|---|---|\n");
+    std::string head = "| case | qkm |", rule = "|---|---|";
+    for (const auto &a : anchors_) {
+      head += " " + label(a) + " |";
+      rule += "---|";
+    }
+    for (const auto &a : anchors_) {
+      head += " " + label(a) + "/qkm |";
+      rule += "---|";
+    }
+    std::printf("\n%s\n%s\n", head.c_str(), rule.c_str());
     for (const auto &cs : order_) {
-      auto &t = times_[cs];
-      auto cell = [&](const char *impl) -> std::string {
-        auto it = t.find(impl);
-        if (it == t.end()) return "-";
-        char buf[64];
-        auto g = gflops_[cs].find(impl);
-        if (g != gflops_[cs].end())
-          std::snprintf(buf, sizeof buf, "%.4g %s (%.1f GFLOP/s)", it->second,
-                        unit_.c_str(), g->second / 1e9);
-        else
-          std::snprintf(buf, sizeof buf, "%.4g %s", it->second, unit_.c_str());
-        return buf;
-      };
-      auto ratio = [&](const char *impl) -> std::string {
-        if (!t.count(impl) || !t.count("qkm")) return "-";
-        char buf[32];
-        std::snprintf(buf, sizeof buf, "%.2fx", t[impl] / t["qkm"]);
-        return buf;
-      };
-      std::printf("| %s | %s | %s | %s | %s | %s |\n", cs.c_str(), cell("qkm").c_str(),
-                  cell("openblas").c_str(), cell("refblas").c_str(), ratio("openblas").c_str(),
-                  ratio("refblas").c_str());
+      std::string row = "| " + cs + " | " + cell(cs, "qkm") + " |";
+      for (const auto &a : anchors_) row += " " + cell(cs, a) + " |";
+      for (const auto &a : anchors_) row += " " + ratio(cs, a) + " |";
+      std::printf("%s\n", row.c_str());
     }
     std::fflush(stdout);
   }
-  void set_unit(const std::string &u) { unit_ = u; }
 
  private:
-  std::map<std::string, size_t> cs_index_;
-  std::vector<std::string> order_;
+  static std::string label(const std::string &impl) {
+    if (impl == "openblas") return "OpenBLAS";
+    if (impl == "refblas") return "reference";
+    return impl;
+  }
+  std::string cell(const std::string &cs, const std::string &impl) {
+    auto &t = times_[cs];
+    auto it = t.find(impl);
+    if (it == t.end()) return "-";
+    char buf[96];
+    auto g = gflops_[cs].find(impl);
+    if (g != gflops_[cs].end())
+      std::snprintf(buf, sizeof buf, "%.4g ns (%.1f GFLOP/s)", it->second, g->second / 1e9);
+    else
+      std::snprintf(buf, sizeof buf, "%.4g ns", it->second);
+    return buf;
+  }
+  std::string ratio(const std::string &cs, const std::string &impl) {
+    auto &t = times_[cs];
+    if (!t.count(impl) || !t.count("qkm")) return "-";
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.2fx", t[impl] / t["qkm"]);
+    return buf;
+  }
+
+  std::vector<std::string> order_, anchors_;
   std::map<std::string, std::map<std::string, double>> times_;
   std::map<std::string, std::map<std::string, double>> gflops_;
-  std::string unit_ = "ns";
 };
 
-// main() of every benchmark executable: all benchmarks reported in nanoseconds with ratios.
+// main() of every benchmark executable: all benchmarks reported with the ratio table.
 inline int run_main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   RatioReporter reporter;

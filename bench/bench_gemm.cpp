@@ -43,20 +43,6 @@ void run(benchmark::State &st, gemm_t f, const char *flags, int n) {
                          benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// The ratio table pairs runs by "<case>/<impl>": drop the marks that manual timing and a
-// fixed iteration count append to the names.
-class ThreadTimeReporter : public qkm_bench::RatioReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    std::vector<Run> renamed = runs;
-    for (auto &r : renamed) {
-      r.run_name.time_type.clear();
-      r.run_name.iterations.clear();
-    }
-    RatioReporter::ReportRuns(renamed);
-  }
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -80,9 +66,5 @@ int main(int argc, char **argv) {
       if (n >= 1000) ref->Iterations(1);
     }
   }
-  benchmark::Initialize(&argc, argv);
-  ThreadTimeReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return qkm_bench::run_main(argc, argv);
 }

@@ -185,38 +185,6 @@ void run_malloc(benchmark::State &st, const std::vector<Op> &script) {
   benchmark::DoNotOptimize(touched);
 }
 
-// Console output as usual, then the time of malloc/free over the manager's time per case.
-class MemoryRatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
-      const std::string name = r.benchmark_name();
-      const auto slash = name.rfind('/');
-      if (slash == std::string::npos) continue;
-      const std::string cs = name.substr(0, slash);
-      if (!times_.count(cs)) order_.push_back(cs);
-      times_[cs][name.substr(slash + 1)] = r.GetAdjustedRealTime();
-    }
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\n| case | qkm | malloc | malloc/qkm |\n|---|---|---|---|\n");
-    for (const auto &cs : order_) {
-      auto &t = times_[cs];
-      if (!t.count("qkm") || !t.count("malloc")) continue;
-      std::printf("| %s | %.4g ns | %.4g ns | %.2fx |\n", cs.c_str(), t["qkm"], t["malloc"],
-                  t["malloc"] / t["qkm"]);
-    }
-    std::fflush(stdout);
-  }
-
- private:
-  std::vector<std::string> order_;
-  std::map<std::string, std::map<std::string, double>> times_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -229,9 +197,5 @@ int main(int argc, char **argv) {
                                [](benchmark::State &st) { run_qkm_pairs(st, script); });
   benchmark::RegisterBenchmark("groups_pairs/malloc",
                                [](benchmark::State &st) { run_malloc(st, script); });
-  benchmark::Initialize(&argc, argv);
-  MemoryRatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return qkm_bench::run_main(argc, argv);
 }
