@@ -31,7 +31,8 @@ bench:
 	@sh cmake/install-deps.sh bench
 	$(CMAKE) --preset bench
 	$(CMAKE) --build --preset bench
-	@for b in build-bench/bench/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+	@for b in build-bench/bench/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.1 --benchmark_repetitions=3 \
+		--benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true || exit 1; done
 
 install: build/build.ninja
 	$(CMAKE) --build --preset release

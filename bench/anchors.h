@@ -13,9 +13,11 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -78,7 +80,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run> &runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (Run r : runs) {
-      if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
+      // With repetitions the median stands for the case; without, the single run does.
+      const bool median = r.run_type == Run::RT_Aggregate && r.aggregate_name == "median";
+      if ((r.run_type != Run::RT_Iteration && !median) || r.error_occurred) continue;
+      r.aggregate_name.clear();
+      r.run_type = Run::RT_Iteration;
+      r.run_name.repetitions.clear();
       r.run_name.time_type.clear();
       r.run_name.iterations.clear();
       const std::string name = r.benchmark_name();
@@ -88,6 +95,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
       if (!times_.count(cs)) order_.push_back(cs);
       if (impl != "qkm" && std::find(anchors_.begin(), anchors_.end(), impl) == anchors_.end())
         anchors_.push_back(impl);
+      if (!median && from_median_[cs].count(impl)) continue;
+      if (median) from_median_[cs].insert(impl);
       times_[cs][impl] = r.GetAdjustedRealTime();
       for (const auto &[k, v] : r.counters)
         if (k == "GFLOPS") gflops_[cs][impl] = v;
@@ -105,6 +114,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
       rule += "---|";
     }
     std::printf("\n%s\n%s\n", head.c_str(), rule.c_str());
+    // Interleaved repetitions report in any order: rows go by name, numbers by value.
+    std::sort(order_.begin(), order_.end(), natural_less);
     for (const auto &cs : order_) {
       std::string row = "| " + cs + " | " + cell(cs, "qkm") + " |";
       for (const auto &a : anchors_) row += " " + cell(cs, a) + " |";
@@ -115,6 +126,26 @@ class RatioReporter : public benchmark::ConsoleReporter {
   }
 
  private:
+  static bool natural_less(const std::string &a, const std::string &b) {
+    size_t i = 0, j = 0;
+    while (i < a.size() && j < b.size()) {
+      if (std::isdigit(static_cast<unsigned char>(a[i])) &&
+          std::isdigit(static_cast<unsigned char>(b[j]))) {
+        size_t ie = i, je = j;
+        while (ie < a.size() && std::isdigit(static_cast<unsigned char>(a[ie]))) ++ie;
+        while (je < b.size() && std::isdigit(static_cast<unsigned char>(b[je]))) ++je;
+        const long long x = std::stoll(a.substr(i, ie - i)), y = std::stoll(b.substr(j, je - j));
+        if (x != y) return x < y;
+        i = ie;
+        j = je;
+      } else {
+        if (a[i] != b[j]) return a[i] < b[j];
+        ++i;
+        ++j;
+      }
+    }
+    return a.size() - i < b.size() - j;
+  }
   static std::string label(const std::string &impl) {
     if (impl == "openblas") return "OpenBLAS";
     if (impl == "refblas") return "reference";
@@ -143,6 +174,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::vector<std::string> order_, anchors_;
   std::map<std::string, std::map<std::string, double>> times_;
   std::map<std::string, std::map<std::string, double>> gflops_;
+  std::map<std::string, std::set<std::string>> from_median_;
 };
 
 // main() of every benchmark executable: all benchmarks reported with the ratio table.
