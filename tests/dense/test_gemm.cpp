@@ -32,30 +32,29 @@ void gemm(const char *f, qkm_int m, qkm_int n, qkm_int k, double alpha, const do
   eagemm(f, f + 1, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc, 1, 1);
 }
 
-// One product with its operands; leading dimensions exceed the minimum by `gap` and the gaps
-// hold sentinels.
+// Uniform entries in rows x cols of a column-major array with leading dimension ld, the
+// gaps holding sentinels.
+Vec fill(int rows, int cols, int ld, unsigned seed) {
+  std::mt19937_64 rng(seed);
+  std::uniform_real_distribution<double> d(-1, 1);
+  Vec v(static_cast<size_t>(ld) * std::max(cols, 1), sentinel());
+  for (int j = 0; j < cols; ++j)
+    for (int i = 0; i < rows; ++i) v[i + static_cast<size_t>(j) * ld] = d(rng);
+  return v;
+}
+
+// One product with its operands; leading dimensions exceed the minimum by `gap`.
 struct Case {
   char ta, tb;
   int m, n, k, lda, ldb, ldc;
   double alpha, beta;
   Vec a, b, c;
   Case(char ta_, char tb_, int m_, int n_, int k_, double al, double be, int gap, unsigned seed)
-      : ta(ta_), tb(tb_), m(m_), n(n_), k(k_), alpha(al), beta(be) {
-    const int ar = is_n(ta) ? m : k, br = is_n(tb) ? k : n;
-    lda = std::max(1, ar) + gap;
-    ldb = std::max(1, br) + gap;
-    ldc = std::max(1, m) + gap;
-    std::mt19937_64 rng(seed);
-    std::uniform_real_distribution<double> d(-1, 1);
-    auto fill = [&](Vec &v, int rows, int cols, int ld) {
-      v.assign(static_cast<size_t>(ld) * std::max(cols, 1), sentinel());
-      for (int j = 0; j < cols; ++j)
-        for (int i = 0; i < rows; ++i) v[i + static_cast<size_t>(j) * ld] = d(rng);
-    };
-    fill(a, ar, is_n(ta) ? k : m, lda);
-    fill(b, br, is_n(tb) ? n : k, ldb);
-    fill(c, m, n, ldc);
-  }
+      : ta(ta_), tb(tb_), m(m_), n(n_), k(k_), lda(std::max(1, is_n(ta) ? m : k) + gap),
+        ldb(std::max(1, is_n(tb) ? k : n) + gap), ldc(std::max(1, m) + gap), alpha(al), beta(be),
+        a(fill(is_n(ta) ? m : k, is_n(ta) ? k : m, lda, seed)),
+        b(fill(is_n(tb) ? k : n, is_n(tb) ? n : k, ldb, seed + 1000)),
+        c(fill(m, n, ldc, seed + 2000)) {}
   Vec run() const {
     Vec out = c;
     const char f[2] = {ta, tb};
@@ -120,16 +119,13 @@ Vec Case::statement() const {
 // Same bits (NaNs may differ in payload only: operand order decides which survives), and
 // the gaps still hold the sentinel.
 ::testing::AssertionResult same(const Case &cs, const Vec &got, const Vec &want) {
-  for (size_t idx = 0; idx < want.size(); ++idx) {
-    const bool gap = static_cast<int>(idx % cs.ldc) >= cs.m;
-    const bool ok = gap ? is_sentinel(got[idx])
-                        : bits(got[idx]) == bits(want[idx]) ||
-                              (std::isnan(got[idx]) && std::isnan(want[idx]));
-    if (!ok)
-      return ::testing::AssertionFailure() << cs.ta << cs.tb << " " << cs.m << "x" << cs.n << "x"
-                                           << cs.k << " " << cs.alpha << " " << cs.beta << ": element " << idx % cs.ldc + 1 << ","
-                                           << idx / cs.ldc + 1 << (gap ? " (gap)" : "") << " is "
-                                           << got[idx] << ", expected " << want[idx];
+  for (size_t i = 0; i < want.size(); ++i) {
+    const bool gap = static_cast<int>(i % cs.ldc) >= cs.m;
+    if (bits(got[i]) != bits(want[i]) && (gap || !std::isnan(got[i]) || !std::isnan(want[i])))
+      return ::testing::AssertionFailure()
+             << cs.ta << cs.tb << " " << cs.m << "x" << cs.n << "x" << cs.k << " alpha " << cs.alpha
+             << " beta " << cs.beta << ": element " << i << (gap ? " (gap)" : "") << " is "
+             << got[i] << ", expected " << want[i];
   }
   return ::testing::AssertionSuccess();
 }
@@ -158,10 +154,11 @@ TEST(Gemm, WorkedExampleAlphaLandsOnTheOperandThatTransbNames) {
 }
 
 // Rows across the 32-row panels and the 4-row tiles, columns across the 100-column panels
-// and the 4-column tiles, depths across the 8-product and 100-position blocks, in all forms.
+// and the 4-column tiles, depths across the 8-product and 100-position blocks, in all forms
+// and with every flag letter on each operand.
 TEST(Gemm, EveryBlockBoundaryAndTileEdgeOnEveryPath) {
   unsigned seed = 1;
-  for (const char *f : {"NN", "NT", "TN", "TT"}) {
+  for (const char *f : {"NN", "nT", "Tc", "tC", "Cn", "ct"}) {
     for (int m : {1, 3, 4, 5, 31, 32, 33, 70})
       for (int n : {1, 3, 4, 6, 99, 100, 101, 250})
         EXPECT_TRUE(matches(Case(f[0], f[1], m, n, 9, 0.7, -1.3, 3, seed++)));
@@ -189,28 +186,16 @@ TEST(Gemm, AlphaAndBetaZeroOneOtherAndNaN) {
   for (double v : cs.run()) EXPECT_FALSE(std::isnan(v));
 }
 
-TEST(Gemm, AllSixFlagLettersOnEachOperand) {
-  unsigned seed = 400;
-  for (char ta : {'N', 'n', 'T', 't', 'C', 'c'})
-    for (char tb : {'N', 'n', 'T', 't', 'C', 'c'}) {
-      Case cs(ta, tb, 11, 10, 13, 0.3, 2.0, 1, seed);
-      Case upper(is_n(ta) ? 'N' : 'T', is_n(tb) ? 'N' : 'T', 11, 10, 13, 0.3, 2.0, 1, seed++);
-      EXPECT_TRUE(same(cs, cs.run(), upper.statement())) << ta << tb;
-    }
-}
-
 TEST(Gemm, StatementAgreesWithTheReferenceDgemm) {
   unsigned seed = 500;
   for (const char *f : {"NN", "NT", "TN", "TT"})
     for (auto [m, n, k] : {std::tuple{33, 37, 250}, {5, 130, 7}, {100, 4, 101}}) {
-      Case cs(f[0], f[1], m, n, k, 0.8, -0.4, 2, seed++);
+      Case cs(f[0], f[1], m, n, k, 0.8, -0.4, 0, seed++);
       const Vec mine = cs.statement();
-      Vec ref = cs.c;
-      dgemm_(&cs.ta, &cs.tb, &m, &n, &k, &cs.alpha, cs.a.data(), &cs.lda, cs.b.data(), &cs.ldb,
-             &cs.beta, ref.data(), &cs.ldc, 1, 1);
+      dgemm_(f, f + 1, &m, &n, &k, &cs.alpha, cs.a.data(), &cs.lda, cs.b.data(), &cs.ldb,
+             &cs.beta, cs.c.data(), &cs.ldc, 1, 1);
       // |terms| are below 1, so the rounding error stays below (k+2) ulp of 1.
-      for (size_t i = 0; i < ref.size(); ++i)
-        if (static_cast<int>(i % cs.ldc) < m) ASSERT_NEAR(mine[i], ref[i], (k + 2) * 2.3e-16) << f << m;
+      for (size_t i = 0; i < mine.size(); ++i) ASSERT_NEAR(mine[i], cs.c[i], (k + 2) * 2.3e-16) << f;
     }
 }
 
