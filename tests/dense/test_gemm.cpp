@@ -50,8 +50,16 @@ struct Case {
   double alpha, beta;
   Vec a, b, c;
   Case(char ta_, char tb_, int m_, int n_, int k_, double al, double be, int gap, unsigned seed)
-      : ta(ta_), tb(tb_), m(m_), n(n_), k(k_), lda(std::max(1, is_n(ta) ? m : k) + gap),
-        ldb(std::max(1, is_n(tb) ? k : n) + gap), ldc(std::max(1, m) + gap), alpha(al), beta(be),
+      : ta(ta_),
+        tb(tb_),
+        m(m_),
+        n(n_),
+        k(k_),
+        lda(std::max(1, is_n(ta) ? m : k) + gap),
+        ldb(std::max(1, is_n(tb) ? k : n) + gap),
+        ldc(std::max(1, m) + gap),
+        alpha(al),
+        beta(be),
         a(fill(is_n(ta) ? m : k, is_n(ta) ? k : m, lda, seed)),
         b(fill(is_n(tb) ? k : n, is_n(tb) ? n : k, ldb, seed + 1000)),
         c(fill(m, n, ldc, seed + 2000)) {}
@@ -80,15 +88,18 @@ Vec Case::statement() const {
   }
   const bool nota = is_n(ta), notb = is_n(tb);
   auto prod = [&](int i, int j, int p) {  // alpha on A when B is read in place, else on B
-    const double x = nota ? a[i + static_cast<size_t>(p) * lda] : a[p + static_cast<size_t>(i) * lda];
-    const double y = notb ? b[p + static_cast<size_t>(j) * ldb] : b[j + static_cast<size_t>(p) * ldb];
+    const double x =
+        nota ? a[i + static_cast<size_t>(p) * lda] : a[p + static_cast<size_t>(i) * lda];
+    const double y =
+        notb ? b[p + static_cast<size_t>(j) * ldb] : b[j + static_cast<size_t>(p) * ldb];
     return notb ? (alpha * x) * y : x * (alpha * y);
   };
   const int nbmax = notb ? 1024 : 100;
   for (int j0 = 0; j0 < n; j0 += nbmax)
     for (int p0 = 0; p0 < k; p0 += 100)
       for (int i0 = 0; i0 < m; i0 += 32) {
-        const int nb = std::min(nbmax, n - j0), kk = std::min(100, k - p0), mm = std::min(32, m - i0);
+        const int nb = std::min(nbmax, n - j0), kk = std::min(100, k - p0),
+                  mm = std::min(32, m - i0);
         const double s = p0 == 0 ? beta : 1.0;
         for (int j = j0; j < j0 + nb; ++j)
           for (int i = i0; i < i0 + mm; ++i) {
@@ -192,10 +203,11 @@ TEST(Gemm, StatementAgreesWithTheReferenceDgemm) {
     for (auto [m, n, k] : {std::tuple{33, 37, 250}, {5, 130, 7}, {100, 4, 101}}) {
       Case cs(f[0], f[1], m, n, k, 0.8, -0.4, 0, seed++);
       const Vec mine = cs.statement();
-      dgemm_(f, f + 1, &m, &n, &k, &cs.alpha, cs.a.data(), &cs.lda, cs.b.data(), &cs.ldb,
-             &cs.beta, cs.c.data(), &cs.ldc, 1, 1);
+      dgemm_(f, f + 1, &m, &n, &k, &cs.alpha, cs.a.data(), &cs.lda, cs.b.data(), &cs.ldb, &cs.beta,
+             cs.c.data(), &cs.ldc, 1, 1);
       // |terms| are below 1, so the rounding error stays below (k+2) ulp of 1.
-      for (size_t i = 0; i < mine.size(); ++i) ASSERT_NEAR(mine[i], cs.c[i], (k + 2) * 2.3e-16) << f;
+      for (size_t i = 0; i < mine.size(); ++i)
+        ASSERT_NEAR(mine[i], cs.c[i], (k + 2) * 2.3e-16) << f;
     }
 }
 
@@ -222,7 +234,8 @@ TEST(Gemm, ScaleOnlyPathAndQuickReturns) {
   }
   // m = ldc = 65536: one scaling over m*n elements, the count formed modulo 2^32:
   // n = 2^16 + 1 scales 65536 elements, n = 2^15 makes it 2^31, negative: none.
-  for (auto [n, beta, changed] : {std::tuple{65537, 2.0, 65536}, {65537, 0.0, 65536}, {32768, 2.0, 0}}) {
+  for (auto [n, beta, changed] :
+       {std::tuple{65537, 2.0, 65536}, {65537, 0.0, 65536}, {32768, 2.0, 0}}) {
     Vec c(70000, 1.0);
     gemm("NN", 65536, n, 1, 0, nullptr, 65536, nullptr, 1, beta, c.data(), 65536);
     for (int i = 0; i < 70000; ++i) ASSERT_EQ(c[i], i < changed ? beta : 1.0) << n << " " << i;
@@ -281,7 +294,7 @@ TEST(Gemm, SignedZerosFollowTheStartValueAndTheSplit) {
     for (double &v : cs.b) v = is_sentinel(v) ? v : -1.0;
     for (double &v : cs.c) v = is_sentinel(v) ? v : -0.0;
     const Vec want = cs.statement();
-    EXPECT_EQ(bits(want[0]), bits(k == 1 ? -0.0 : 0.0)) << k;             // an e/o element
+    EXPECT_EQ(bits(want[0]), bits(k == 1 ? -0.0 : 0.0)) << k;              // an e/o element
     EXPECT_EQ(bits(want[5 + 6 * cs.ldc]), bits(k < 8 ? -0.0 : 0.0)) << k;  // a 1x1 element
     EXPECT_TRUE(matches(cs));
   }

@@ -1,6 +1,7 @@
 // Environment answers (in child processes: their caches live per process), fixed answers,
 // byte utilities, the generator and the stop path.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include <unistd.h>
 
 #include "QORFortranRT.h"
 #include "kernels.h"
@@ -16,19 +16,22 @@
 
 using qkm_test::in_child;
 
-// KYT_MAX_ALLOC counts units of 1024144 bytes in a wrapping 32-bit product; KYT_REAL_MEMORY
-// counts 2^17 words in a wrapping shift, clamped to [536000000, 2144000000].
+// KYT_MAX_ALLOC counts units of 1024144 bytes in a wrapping 32-bit product (2097 wraps
+// negative, 4194 on to a small positive product); KYT_REAL_MEMORY counts 2^17 words in a
+// wrapping shift (16384 wraps negative), clamped to [536000000, 2144000000], and without it
+// an eighth of the physical memory is taken.
 TEST(Environment, AnswersFromTheVariablesWithWrappingArithmetic) {
-  const struct { const char *var, *text; int64_t want; } cases[] = {
-      {"KYT_MAX_ALLOC", nullptr, 2147400000}, {"KYT_MAX_ALLOC", "1", 128018},
-      {"KYT_MAX_ALLOC", "2096", 268325728},   {"KYT_MAX_ALLOC", "2097", 2147400000},  // wraps < 0
-      {"KYT_MAX_ALLOC", "4194", 36580},  // and on to a small positive product
-      {"KYT_MAX_ALLOC", "0", 2147400000},     {"KYT_MAX_ALLOC", "-5", 2147400000},
-      {"KYT_MAX_ALLOC", "abc", 2147400000},   {"KYT_REAL_MEMORY", "4089", 536000000},
-      {"KYT_REAL_MEMORY", "4090", 536084480}, {"KYT_REAL_MEMORY", "16383", 2144000000},
-      {"KYT_REAL_MEMORY", "16384", 536000000},  // the shift wraps negative
-      {"KYT_REAL_MEMORY", "0", 536000000},    {"KYT_REAL_MEMORY", "junk", 536000000},
-      {"KYT_REAL_MEMORY", nullptr, std::clamp<int64_t>(sysconf(_SC_PHYS_PAGES) / 8 * sysconf(_SC_PAGESIZE), 536000000, 2144000000)}};
+  const char *M = "KYT_MAX_ALLOC", *R = "KYT_REAL_MEMORY";
+  const int64_t phys = std::clamp<int64_t>(sysconf(_SC_PHYS_PAGES) / 8 * sysconf(_SC_PAGESIZE),
+                                           536000000, 2144000000);
+  const struct {
+    const char *var, *text;
+    int64_t want;
+  } cases[] = {{M, nullptr, 2147400000}, {M, "1", 128018},         {M, "2096", 268325728},
+               {M, "2097", 2147400000},  {M, "4194", 36580},       {M, "0", 2147400000},
+               {M, "-5", 2147400000},    {M, "abc", 2147400000},   {R, "4089", 536000000},
+               {R, "4090", 536084480},   {R, "16383", 2144000000}, {R, "16384", 536000000},
+               {R, "0", 536000000},      {R, "junk", 536000000},   {R, nullptr, phys}};
   for (const auto &c : cases) {
     const int64_t got = in_child({{c.var, c.text}}, [&c] {
       qkm_int v = -7;
@@ -38,25 +41,26 @@ TEST(Environment, AnswersFromTheVariablesWithWrappingArithmetic) {
     EXPECT_EQ(got, c.want) << c.var << "=" << (c.text ? c.text : "(unset)");
   }
   // ehalmxc reads its variable at every call; ehumem keeps its first answer for the process.
-  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", nullptr}, {"KYT_REAL_MEMORY", "5000"}}, [] {
-              qkm_int a, b, c, d;
-              ehalmxc(&a);
-              ehumem(&c);
-              setenv("KYT_MAX_ALLOC", "1", 1);
-              setenv("KYT_REAL_MEMORY", "9000", 1);
-              ehalmxc(&b);
-              ehumem(&d);
-              return int64_t{a == 2147400000 && b == 128018 && c == 5000 << 17 && d == c};
-            }),
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", nullptr}, {"KYT_REAL_MEMORY", "5000"}},
+                     [] {
+                       qkm_int a, b, c, d;
+                       ehalmxc(&a);
+                       ehumem(&c);
+                       setenv("KYT_MAX_ALLOC", "1", 1);
+                       setenv("KYT_REAL_MEMORY", "9000", 1);
+                       ehalmxc(&b);
+                       ehumem(&d);
+                       return int64_t{a == 2147400000 && b == 128018 && c == 5000 << 17 && d == c};
+                     }),
             1);
 }
 
 TEST(ByteUtilities, ClearCopyAndFillByTypeCode) {
   // {code, n, bytes eaxraz clears, its fill byte, bytes eaxcpy moves}: eaxraz ignores other
   // non-negative codes; eaxcpy moves |code * n| bytes, but 4 per element for 3 and 8 for 5.
-  const int cases[][5] = {{0, 4, 0, 0, 0},      {1, 4, 0, 0, 4},       {6, 4, 0, 0, 24},
-                          {8, -2, 0, 0, 16},    {-3, 4, 12, ' ', 12},  {-8, 2, 16, ' ', 16},
-                          {2, 5, 10, 0, 10},    {3, 5, 20, 0, 20},     {4, 2, 8, 0, 8},
+  const int cases[][5] = {{0, 4, 0, 0, 0},   {1, 4, 0, 0, 4},      {6, 4, 0, 0, 24},
+                          {8, -2, 0, 0, 16}, {-3, 4, 12, ' ', 12}, {-8, 2, 16, ' ', 16},
+                          {2, 5, 10, 0, 10}, {3, 5, 20, 0, 20},    {4, 2, 8, 0, 8},
                           {5, 3, 24, 0, 24}};
   for (auto &c : cases) {
     unsigned char buf[64], src[64];
@@ -100,4 +104,3 @@ TEST(StopPathDeathTest, WritesTheTextAndExitsWithOne) {
   EXPECT_EXIT(for_stop_core("DGEMM FATAL ERRORxyz", 17, 0), testing::ExitedWithCode(1),
               "^DGEMM FATAL ERROR\n$");
 }
-

@@ -42,8 +42,13 @@ Vec random_vector(size_t n, unsigned seed, double lo = -10, double hi = 10) {
 }  // namespace
 
 TEST(ZeroAndCopy, WalksQuickReturnsAndUnitStrideMoves) {
-  const struct { qkm_int n, inc; Vec want; } cases[] = {{3, -2, {0, 7, 0, 7, 0, 7}},
-      {3, 0, {0, 7, 7, 7, 7, 7}}, {-1, 2, Vec(6, 7)}, {5, 1, {0, 0, 0, 0, 0, 7}}};
+  const struct {
+    qkm_int n, inc;
+    Vec want;
+  } cases[] = {{3, -2, {0, 7, 0, 7, 0, 7}},
+               {3, 0, {0, 7, 7, 7, 7, 7}},
+               {-1, 2, Vec(6, 7)},
+               {5, 1, {0, 0, 0, 0, 0, 7}}};
   for (const auto &c : cases) {
     Vec x(6, 7.0);
     std::vector<qkm_int> ix(6, 7);
@@ -104,14 +109,20 @@ TEST(Swap, MovesBitsInGroupsOfEveryLength) {
 }
 
 TEST(Scal, AbsoluteStepNoTestOnTheFactorAndRscl) {
-  auto scal = [](qkm_int n, double a, Vec x, qkm_int inc) { e_dscal(&n, &a, x.data(), &inc); return x; };
+  auto scal = [](qkm_int n, double a, Vec x, qkm_int inc) {
+    e_dscal(&n, &a, x.data(), &inc);
+    return x;
+  };
   EXPECT_TRUE(same(scal(3, 2.0, {1, 2, 3, 4}, -1), {2, 4, 6, 4}));  // from x(1) by |inc|
   EXPECT_TRUE(same(scal(2, 2.0, {3, 5}, 0), {12, 5}));
   EXPECT_TRUE(same(scal(3, -0.5, {1, S, S, 2, S, S, 3, S}, -3), {-0.5, S, S, -1, S, S, -1.5, S}));
   const Vec z = scal(3, 0.0, {kNaN, kInf, 7}, 1);
   EXPECT_TRUE(std::isnan(z[0]) && std::isnan(z[1]) && z[2] == 0.0);
   // drscl: a = 0 and a = 1 return at once; otherwise one reciprocal, then products.
-  auto rscl = [](qkm_int n, double a, Vec x) { drscl(&n, &a, x.data(), &kOne); return x; };
+  auto rscl = [](qkm_int n, double a, Vec x) {
+    drscl(&n, &a, x.data(), &kOne);
+    return x;
+  };
   EXPECT_TRUE(same(rscl(3, 0.0, {1, 2, kSNaN}), {1, 2, kSNaN}));
   EXPECT_TRUE(same(rscl(3, 1.0, {1, 2, kSNaN}), {1, 2, kSNaN}));
   EXPECT_TRUE(same(rscl(2, 3.0, {1, 2, 3}), {1.0 / 3.0, 2.0 * (1.0 / 3.0), 3}));
@@ -180,7 +191,8 @@ TEST(Nrm2, FourPhaseMethodAtItsEdges) {
   EXPECT_EQ(nrm2(2, {3, 4}), 5.0);
   EXPECT_NEAR(nrm2(2, {1e-300, 1e-300}) / 1e-300, std::sqrt(2.0), 1e-15);
   EXPECT_NEAR(nrm2(2, {1e19, 1e19}) / 1e19, std::sqrt(2.0), 1e-15);
-  EXPECT_EQ(nrm2(2, {1e-20, 1.0}), std::sqrt((1e-20 / 1e-20) * (1e-20 / 1e-20) * (1e-20 * 1e-20) + 1.0));
+  EXPECT_EQ(nrm2(2, {1e-20, 1.0}),
+            std::sqrt((1e-20 / 1e-20) * (1e-20 / 1e-20) * (1e-20 * 1e-20) + 1.0));
   EXPECT_TRUE(std::isnan(nrm2(3, {1, kInf, 2})));
   EXPECT_TRUE(std::isnan(nrm2(3, {1, kNaN, 2})));
   EXPECT_EQ(nrm2(3, {3, 99, 4, 99, 12}, -2), 13.0);  // from x(1) by |inc|
@@ -226,15 +238,20 @@ TEST(Amax, NaNCountsOnlyLastAndTheFirstLargestWins) {
 }
 
 TEST(Rotg, FormOfTheFirstBlas) {
-  const double cases[][6] = {{0, 0, 0, 0, 1, 0},       {0, 2, 2, 1, 0, 1},
-                             {3, 4, 5, 1 / 0.6, 0.6, 0.8}, {4, 3, 5, 0.6, 0.8, 0.6},
-                             {-4, 3, -5, -0.6, 0.8, -0.6}, {-3, 4, 5, -1 / 0.6, -0.6, 0.8},
-                             {2, -2, -std::sqrt(8.0), -std::sqrt(2.0), -std::sqrt(0.5), std::sqrt(0.5)}};
+  const double cases[][6] = {
+      {0, 0, 0, 0, 1, 0},
+      {0, 2, 2, 1, 0, 1},
+      {3, 4, 5, 1 / 0.6, 0.6, 0.8},
+      {4, 3, 5, 0.6, 0.8, 0.6},
+      {-4, 3, -5, -0.6, 0.8, -0.6},
+      {-3, 4, 5, -1 / 0.6, -0.6, 0.8},
+      {2, -2, -std::sqrt(8.0), -std::sqrt(2.0), -std::sqrt(0.5), std::sqrt(0.5)}};
   for (const auto &k : cases) {  // {a, b} -> {r, z, c, s}
     double a = k[0], b = k[1], c = 9, s = 9;
     e_drotg(&a, &b, &c, &s);
     const double got[4] = {a, b, c, s};
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(got[i], k[2 + i], i == 1 ? 1e-14 : 1e-15) << k[0] << k[1];
+    for (int i = 0; i < 4; ++i)
+      EXPECT_NEAR(got[i], k[2 + i], i == 1 ? 1e-14 : 1e-15) << k[0] << k[1];
   }
   double a = 5.0, b = 1.0, c = 0, s = 0;  // the exact arithmetic of the first branch
   e_drotg(&a, &b, &c, &s);

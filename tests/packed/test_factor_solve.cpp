@@ -69,7 +69,8 @@ TEST(Dpptrs, ManyVectorsMatchTheStatedOrderBitForBit) {
         e_dpptrs("U", &nn, &nr, ap.data(), got.data(), &lb, &info, 1);
         EXPECT_EQ(info, 42);
         for (size_t e = 0; e < got.size(); ++e)
-          ASSERT_EQ(bits(want[e]), bits(got[e])) << level << " n " << n << " nrhs " << nrhs << " at " << e;
+          ASSERT_EQ(bits(want[e]), bits(got[e]))
+              << level << " n " << n << " nrhs " << nrhs << " at " << e;
       }
   }
 }
