@@ -1,239 +1,106 @@
-// Environment answers, fixed answers, byte utilities, the generator and the stop path.
+// Environment answers (in child processes: their caches live per process), fixed answers,
+// byte utilities, the generator and the stop path.
 #include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
 #include "QORFortranRT.h"
-#include "QORSystem.h"
 #include "kernels.h"
 #include "support/child.h"
 
 using qkm_test::in_child;
 
-namespace {
-
-int64_t max_alloc_with(const char *value) {
-  return in_child({{"KYT_MAX_ALLOC", value}}, [] {
-    qkm_int limit = -7;
-    ehalmxc(&limit);
-    return static_cast<int64_t>(limit);
-  });
-}
-
-int64_t real_memory_with(const char *value) {
-  return in_child({{"KYT_REAL_MEMORY", value}}, [] {
-    qkm_int mem = -7;
-    ehumem(&mem);
-    return static_cast<int64_t>(mem);
-  });
-}
-
-}  // namespace
-
-TEST(Ehalmxc, CeilingFromTheVariableWithWrappingProduct) {
-  EXPECT_EQ(max_alloc_with(nullptr), 2147400000);
-  EXPECT_EQ(max_alloc_with("1"), 128018);
-  EXPECT_EQ(max_alloc_with("2096"), 268325728);
-  EXPECT_EQ(max_alloc_with("2097"), 2147400000);  // product wraps negative
-  EXPECT_EQ(max_alloc_with("4194"), 36580);       // wraps on to a small positive product
-  EXPECT_EQ(max_alloc_with("0"), 2147400000);
-  EXPECT_EQ(max_alloc_with("-5"), 2147400000);
-  EXPECT_EQ(max_alloc_with("abc"), 2147400000);
-}
-
-TEST(Ehalmxc, VariableIsReadAtEveryCall) {
-  const int64_t r = in_child({{"KYT_MAX_ALLOC", nullptr}}, [] {
-    qkm_int a = 0, b = 0;
-    ehalmxc(&a);
-    setenv("KYT_MAX_ALLOC", "1", 1);
-    ehalmxc(&b);
-    return static_cast<int64_t>(a) * 1000000 + b;
-  });
-  EXPECT_EQ(r, int64_t{2147400000} * 1000000 + 128018);
-}
-
-TEST(Ehumem, ClampsTheVariableAndTheShift) {
-  EXPECT_EQ(real_memory_with("4089"), 536000000);
-  EXPECT_EQ(real_memory_with("4090"), 536084480);
-  EXPECT_EQ(real_memory_with("16383"), 2144000000);
-  EXPECT_EQ(real_memory_with("16384"), 536000000);  // shift wraps negative
-  EXPECT_EQ(real_memory_with("0"), 536000000);
-  EXPECT_EQ(real_memory_with("junk"), 536000000);
-}
-
-TEST(Ehumem, PhysicalMemoryWithinTheBoundsWhenUnset) {
-  const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGESIZE);
-  int64_t expect = static_cast<int64_t>(pages / 8) * page;
-  if (expect > 2144000000) expect = 2144000000;
-  if (expect <= 536000000) expect = 536000000;
-  EXPECT_EQ(real_memory_with(nullptr), expect);
-}
-
-TEST(Ehumem, FirstAnswerIsCachedForTheProcess) {
-  const int64_t r = in_child({{"KYT_REAL_MEMORY", "5000"}}, [] {
-    qkm_int a = 0, b = 0;
-    ehumem(&a);
-    setenv("KYT_REAL_MEMORY", "9000", 1);
-    ehumem(&b);
-    return a == b ? static_cast<int64_t>(a) : -1;
-  });
-  EXPECT_EQ(r, int64_t{5000} << 17);
-}
-
-TEST(FixedAnswers, ConstantsAndOnlyTheirOwnBytes) {
-  qkm_int a = 9, b = 9, c = 9, v = 9, m = 9, n = 9;
-  getblas(&a, &b, &c);
-  EXPECT_EQ(a, 0);
-  EXPECT_EQ(b, 0);
-  EXPECT_EQ(c, 0);
-  ehaldb(&v);
-  EXPECT_EQ(v, 0);
-  v = 9;
-  ehaldb(&v);
-  EXPECT_EQ(v, 0);
-  GetMaxSlaveMemory(&m);
-  EXPECT_EQ(m, 1073000000);
-  ehucpu(&n);
-  EXPECT_EQ(n, 1);
-  char text[4] = {'x', 'y', 'z', 'w'};
-  getversionmkl(text, 4);
-  EXPECT_EQ(text[0], '\0');
-  EXPECT_EQ(std::string(text + 1, 3), "yzw");
-  clrfpe();
-}
-
-TEST(Eaxraz, FillsByTypeCode) {
-  unsigned char buf[40];
-  auto run = [&](qkm_int code, qkm_int n) {
-    std::memset(buf, 0xAB, sizeof buf);
-    eaxraz(&code, buf, &n);
-  };
-  auto count = [&](unsigned char v) {
-    int k = 0;
-    while (k < 40 && buf[k] == v) ++k;
-    return k;
-  };
-  for (qkm_int code : {0, 1, 6, 7}) {
-    run(code, 4);
-    EXPECT_EQ(count(0xAB), 40) << code;
+// KYT_MAX_ALLOC counts units of 1024144 bytes in a wrapping 32-bit product (2097 wraps
+// negative, 4194 on to a small positive product); KYT_REAL_MEMORY counts 2^17 words in a
+// wrapping shift (16384 wraps negative), clamped to [536000000, 2144000000], and without it
+// an eighth of the physical memory is taken.
+TEST(Environment, AnswersFromTheVariablesWithWrappingArithmetic) {
+  const char *M = "KYT_MAX_ALLOC", *R = "KYT_REAL_MEMORY";
+  const int64_t phys = std::clamp<int64_t>(sysconf(_SC_PHYS_PAGES) / 8 * sysconf(_SC_PAGESIZE),
+                                           536000000, 2144000000);
+  const struct {
+    const char *var, *text;
+    int64_t want;
+  } cases[] = {{M, nullptr, 2147400000}, {M, "1", 128018},         {M, "2096", 268325728},
+               {M, "2097", 2147400000},  {M, "4194", 36580},       {M, "0", 2147400000},
+               {M, "-5", 2147400000},    {M, "abc", 2147400000},   {R, "4089", 536000000},
+               {R, "4090", 536084480},   {R, "16383", 2144000000}, {R, "16384", 536000000},
+               {R, "0", 536000000},      {R, "junk", 536000000},   {R, nullptr, phys}};
+  for (const auto &c : cases) {
+    const int64_t got = in_child({{c.var, c.text}}, [&c] {
+      qkm_int v = -7;
+      (c.var[4] == 'M' ? ehalmxc : ehumem)(&v);
+      return static_cast<int64_t>(v);
+    });
+    EXPECT_EQ(got, c.want) << c.var << "=" << (c.text ? c.text : "(unset)");
   }
-  run(-3, 4);
-  EXPECT_EQ(count(' '), 12);
-  EXPECT_EQ(buf[12], 0xAB);
-  run(2, 4);
-  EXPECT_EQ(count(0), 8);
-  EXPECT_EQ(buf[8], 0xAB);
-  run(3, 5);
-  EXPECT_EQ(count(0), 20);
-  run(4, 2);
-  EXPECT_EQ(count(0), 8);
-  run(5, 3);
-  EXPECT_EQ(count(0), 24);
-  EXPECT_EQ(buf[24], 0xAB);
+  // ehalmxc reads its variable at every call; ehumem keeps its first answer for the process.
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", nullptr}, {"KYT_REAL_MEMORY", "5000"}},
+                     [] {
+                       qkm_int a, b, c, d;
+                       ehalmxc(&a);
+                       ehumem(&c);
+                       setenv("KYT_MAX_ALLOC", "1", 1);
+                       setenv("KYT_REAL_MEMORY", "9000", 1);
+                       ehalmxc(&b);
+                       ehumem(&d);
+                       return int64_t{a == 2147400000 && b == 128018 && c == 5000 << 17 && d == c};
+                     }),
+            1);
 }
 
-TEST(Eaxcpy, ByteCountIsTheMagnitudeOfCodeTimesN) {
-  auto moved = [](qkm_int code, qkm_int n) {
-    unsigned char src[64], dst[64];
-    for (int i = 0; i < 64; ++i) src[i] = static_cast<unsigned char>(i + 1);
-    std::memset(dst, 0, sizeof dst);
-    eaxcpy(&code, &n, src, dst);
+TEST(ByteUtilities, ClearCopyAndFillByTypeCode) {
+  // {code, n, bytes eaxraz clears, its fill byte, bytes eaxcpy moves}: eaxraz ignores other
+  // non-negative codes; eaxcpy moves |code * n| bytes, but 4 per element for 3 and 8 for 5.
+  const int cases[][5] = {{0, 4, 0, 0, 0},   {1, 4, 0, 0, 4},      {6, 4, 0, 0, 24},
+                          {8, -2, 0, 0, 16}, {-3, 4, 12, ' ', 12}, {-8, 2, 16, ' ', 16},
+                          {2, 5, 10, 0, 10}, {3, 5, 20, 0, 20},    {4, 2, 8, 0, 8},
+                          {5, 3, 24, 0, 24}};
+  for (auto &c : cases) {
+    unsigned char buf[64], src[64];
+    for (int i = 0; i < 64; ++i) src[i] = static_cast<unsigned char>(i + 100), buf[i] = 0xAB;
+    const qkm_int code = c[0], n = c[1];
+    eaxraz(&code, buf, &n);
     int k = 0;
-    while (k < 64 && dst[k] == k + 1) ++k;
-    return k;
-  };
-  EXPECT_EQ(moved(8, 2), 16);
-  EXPECT_EQ(moved(-8, 2), 16);
-  EXPECT_EQ(moved(8, -2), 16);
-  EXPECT_EQ(moved(3, 3), 12);
-  EXPECT_EQ(moved(5, 3), 24);
-  EXPECT_EQ(moved(2, 5), 10);
-  EXPECT_EQ(moved(7, 0), 0);
-}
-
-TEST(Eaxcpy, OverlapCopiesAsThroughATemporary) {
-  double v[6] = {1, 2, 3, 4, 5, 6};
-  const qkm_int code = 5, n = 5;
-  eaxcpy(&code, &n, v, v + 1);
-  const double expect[6] = {1, 1, 2, 3, 4, 5};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(v[i], expect[i]);
-  eaxcpy(&code, &n, v + 1, v);
-  const double back[6] = {1, 2, 3, 4, 5, 5};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(v[i], back[i]);
-}
-
-TEST(Eaxmac, TakesTheByteAsASignedCharacter) {
-  unsigned char buf[8];
-  std::memset(buf, 0, sizeof buf);
-  const qkm_int n = 5;
+    while (buf[k] == c[3]) ++k;
+    EXPECT_TRUE(k == c[2] && buf[k] == 0xAB) << "eaxraz " << code << " " << n;
+    eaxcpy(&code, &n, src, buf);
+    for (k = 0; k < 64 && buf[k] == src[k];) ++k;
+    EXPECT_EQ(k, c[4]) << "eaxcpy " << code << " " << n;
+  }
+  double v[6] = {1, 2, 3, 4, 5, 6};  // overlap copies as through a temporary
+  const qkm_int five = 5;
+  eaxcpy(&five, &five, v, v + 1);
+  eaxcpy(&five, &five, v + 1, v);
+  EXPECT_EQ(std::vector<double>(v, v + 6), (std::vector<double>{1, 2, 3, 4, 5, 5}));
+  unsigned char buf[8] = {};  // eaxmac takes the byte as a signed character
   const char ch = static_cast<char>(0xE9);
-  eaxmac(buf, &n, &ch, 1);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(buf[i], 0xE9);
-  EXPECT_EQ(buf[5], 0);
+  eaxmac(buf, &five, &ch, 1);
+  EXPECT_EQ(std::string(buf, buf + 6), std::string("\xE9\xE9\xE9\xE9\xE9\0", 6));
 }
 
-TEST(Eaxrnd, RanduSequenceAndTheZeroTrap) {
+TEST(Eaxrnd, RanduSequenceSignedReadingAndTheZeroTrap) {
   qkm_int seed = 1;
   double r = 0;
-  eaxrnd(&seed, &r);
-  EXPECT_EQ(seed, 65539);
-  EXPECT_EQ(r, 65539.0 * 0x1p-31);
-  eaxrnd(&seed, &r);
-  EXPECT_EQ(seed, 393225);
-  EXPECT_EQ(r, 393225.0 * 0x1p-31);
-
-  seed = 0;
-  for (int i = 0; i < 3; ++i) {
+  for (uint32_t s : {65539u, 393225u, 0x80000000u, 0x80000000u}) {  // 0 becomes 2^31, r = -1
     eaxrnd(&seed, &r);
-    EXPECT_EQ(static_cast<uint32_t>(seed), 0x80000000u);
-    EXPECT_EQ(r, -1.0);
+    EXPECT_EQ(static_cast<uint32_t>(seed), s);
+    EXPECT_EQ(r, static_cast<int32_t>(s) * 0x1p-31);
+    if (s == 393225) seed = 0;
   }
-  // Negative numbers come out of the signed reading.
   seed = 40000;
-  bool negative = false;
-  for (int i = 0; i < 50; ++i) {
-    eaxrnd(&seed, &r);
-    EXPECT_GE(r, -1.0);
-    EXPECT_LT(r, 1.0);
-    negative |= r < 0;
-  }
-  EXPECT_TRUE(negative);
-}
-
-TEST(QORGetEnv, SetAndUnset) {
-  setenv("QKM_TEST_VARIABLE", "abc", 1);
-  ASSERT_NE(QORGetEnv("QKM_TEST_VARIABLE"), nullptr);
-  EXPECT_STREQ(QORGetEnv("QKM_TEST_VARIABLE"), "abc");
-  unsetenv("QKM_TEST_VARIABLE");
-  EXPECT_EQ(QORGetEnv("QKM_TEST_VARIABLE"), nullptr);
+  eaxrnd(&seed, &r);
+  EXPECT_EQ(r, (2621560000.0 - 0x1p32) * 0x1p-31);
 }
 
 TEST(StopPathDeathTest, WritesTheTextAndExitsWithOne) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(for_stop_core("DGEMM FATAL ERRORxyz", 17, 0), testing::ExitedWithCode(1),
               "^DGEMM FATAL ERROR\n$");
-}
-
-TEST(Eyflsh, FlushesStandardOutput) {
-  // In a child whose standard output is a pipe, the buffered text arrives only if eyflsh
-  // flushes it (the child leaves through _exit, which flushes nothing).
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(fds[1], 1);
-    close(fds[0]);
-    std::printf("flushed");
-    eyflsh();
-    _exit(0);
-  }
-  close(fds[1]);
-  char buf[16] = {};
-  const ssize_t got = read(fds[0], buf, sizeof buf - 1);
-  close(fds[0]);
-  waitpid(pid, nullptr, 0);
-  EXPECT_EQ(got, 7);
-  EXPECT_STREQ(buf, "flushed");
 }
