@@ -70,16 +70,16 @@ class Errors : public ::testing::Test {
     seen_ = all.size();
     return fresh;
   }
-  static void Error(int code, const char *catalog, E p1 = E::EmptyEncapEr,
-                    E p2 = E::EmptyEncapEr, E p3 = E::EmptyEncapEr, E p4 = E::EmptyEncapEr,
-                    E p5 = E::EmptyEncapEr) {
-    QORKytErrorTools::CreateError(code, catalog, p1, p2, p3, p4, p5, E::EmptyEncapEr,
-                                  E::EmptyEncapEr, E::EmptyEncapEr, E::EmptyEncapEr);
+  static void Make(bool warning, int code, const char *catalog, std::vector<E> p) {
+    p.resize(9, E::EmptyEncapEr);
+    (warning ? QORKytErrorTools::CreateWarning : QORKytErrorTools::CreateError)(
+        code, catalog, p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], p[8]);
   }
-  static void Warning(int code, const char *catalog, E p1 = E::EmptyEncapEr) {
-    QORKytErrorTools::CreateWarning(code, catalog, p1, E::EmptyEncapEr, E::EmptyEncapEr,
-                                    E::EmptyEncapEr, E::EmptyEncapEr, E::EmptyEncapEr,
-                                    E::EmptyEncapEr, E::EmptyEncapEr, E::EmptyEncapEr);
+  static void Error(int code, const char *catalog, std::vector<E> p = {}) {
+    Make(false, code, catalog, std::move(p));
+  }
+  static void Warning(int code, const char *catalog, std::vector<E> p = {}) {
+    Make(true, code, catalog, std::move(p));
   }
   long Alive() const { return qor::objects::alive() - alive_; }
 
@@ -90,11 +90,11 @@ class Errors : public ::testing::Test {
 };
 
 TEST_F(Errors, SeveritySearchLogAndLifetime) {
-  Error(42, "TestCatalog", E(1));
+  Error(42, "TestCatalog", {E(1)});
   EXPECT_EQ(Printed(), kError + "error only 1" + kClosing);
-  Error(43, "TestCatalog", E(2));
+  Error(43, "TestCatalog", {E(2)});
   EXPECT_EQ(Printed(), kWarning + "warning only 2" + kClosing);
-  Warning(42, "TestCatalog", E(3));  // asked as a warning, found as an error
+  Warning(42, "TestCatalog", {E(3)});  // asked as a warning, found as an error
   EXPECT_EQ(Printed(), kError + "error only 3" + kClosing);
   Warning(45, "TestCatalog");  // ERR before WARN
   EXPECT_EQ(Printed(), kError + "both, as error" + kClosing);
@@ -109,7 +109,7 @@ TEST_F(Errors, SeveritySearchLogAndLifetime) {
 
   // The call-stack switch changes nothing visible.
   setenv("NoKytCallStack", "1", 1);
-  Error(42, "TestCatalog", E(1));
+  Error(42, "TestCatalog", {E(1)});
   EXPECT_EQ(Printed(), kError + "error only 1" + kClosing);
   EXPECT_EQ(Alive(), 1);
 
@@ -119,7 +119,7 @@ TEST_F(Errors, SeveritySearchLogAndLifetime) {
   SetErrorLog(nullptr);
   GetErrorLog(&cb);
   EXPECT_EQ(cb, nullptr);
-  Error(42, "TestCatalog", E(1));
+  Error(42, "TestCatalog", {E(1)});
   EXPECT_EQ(g_log.size(), 5u);
   EXPECT_EQ(Printed(), kError + "error only 1" + kClosing);
 
@@ -132,7 +132,7 @@ TEST_F(Errors, SeveritySearchLogAndLifetime) {
 }
 
 TEST_F(Errors, AMissingNumberBecomesTheInternalErrorNamingCatalogAndNumber) {
-  Error(77, "TestCatalog", E(5));
+  Error(77, "TestCatalog", {E(5)});
   EXPECT_EQ(Printed(), kInternal +
                            "Internal\nInternal diagnostic\nMessage not found\nCatalog: "
                            "TestCatalog\nIdentifier: 77" +
@@ -166,19 +166,18 @@ TEST_F(Errors, ParametersAreNumberedWithinTheirKind) {
   E single;  // a single-precision real never reaches the message
   static_cast<QORKytTypeEncap &>(single) = QORKytTypeEncap(9.5f);
   ASSERT_FALSE(single.IsEmpty());
-  Error(50, "TestCatalog", E("first text"), single, E(7), E(0.25), E(-3));
+  Error(50, "TestCatalog", {E("first text"), single, E(7), E(0.25), E(-3)});
   EXPECT_EQ(Printed(), kError + "i1=7 i2=-3 i3= r1=0.25 r2= s1=first text s2=" + kClosing);
-  QORKytErrorTools::CreateError(50, "TestCatalog", E(1), E(2), E(3), E(4), E(5), E(6), E(7),
-                                E(8), E(1e-5));
+  Error(50, "TestCatalog", {E(1), E(2), E(3), E(4), E(5), E(6), E(7), E(8), E(1e-5)});
   EXPECT_EQ(Printed(), kError + "i1=1 i2=2 i3=3 r1=1e-05 r2= s1= s2=" + kClosing);
 
   // The memory manager's messages, in its catalog and (free function) the solver's default.
-  Error(302, "QORKYTMathKernelError", E(2048), E(1024));
+  Error(302, "QORKYTMathKernelError", {E(2048), E(1024)});
   std::string text = Printed();
   EXPECT_EQ(text.rfind(kError, 0), 0u);
   EXPECT_NE(text.find("2048 KB"), std::string::npos) << text;
   EXPECT_NE(text.find("1024 KB"), std::string::npos) << text;
-  Warning(300, "QORKYTMathKernelError", E(640));
+  Warning(300, "QORKYTMathKernelError", {E(640)});
   EXPECT_EQ(Printed().rfind(kWarning, 0), 0u);
   CreateKytaniError(302, E(10), E(5), E::EmptyEncapEr, E::EmptyEncapEr, E::EmptyEncapEr,
                     E::EmptyEncapEr, E::EmptyEncapEr, E::EmptyEncapEr, E::EmptyEncapEr);

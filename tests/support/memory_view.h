@@ -48,6 +48,14 @@ inline int typed(QORKytMemoryManager &m, int &indice, std::vector<std::pair<Mem,
                       p[8].second, p[9].first, p[9].second, p[10].first, p[10].second);
 }
 
+// "next-group current-words holders": holders marks which of the first n elements hold a block.
+inline std::string state(QORKytMemoryManager &m, int n) {
+  std::string s = std::to_string(m.GetIndiceAllocation()) + " " +
+                  std::to_string(view(m).MemoryCurrent) + " ";
+  for (int i = 0; i < n; ++i) s += view(m).ElementTable[i] != nullptr ? '1' : '0';
+  return s;
+}
+
 inline int count_of(const std::string &text, const std::string &what) {
   int n = 0;
   for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
