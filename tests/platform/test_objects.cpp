@@ -2,7 +2,6 @@
 // traces, file operations, and the pieces of a listing's name.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -20,47 +19,27 @@
 
 namespace {
 
-using qkm_test::read_file;
-using qkm_test::TempDir;
+using namespace qkm_test;
+using Text = QORUnicodeString;
 
-TEST(UnicodeString, BuildingJoiningComparingCounting) {
-  QORUnicodeString s("ab");
+TEST(Strings, BuildingJoiningCountingAndAliasing) {
+  Text s("ab");
   s += "cd";
   s += s;
   EXPECT_STREQ(s, "abcdabcd");
-  EXPECT_STREQ(QORUnicodeString("x") + "y" + QORUnicodeString("z"), "xyz");
-  EXPECT_STREQ(QORUnicodeString(static_cast<const char *>(nullptr)), "");
-  EXPECT_STREQ(QORUnicodeString("abc\0def", 7), "abc");  // stops at a NUL
-  EXPECT_STREQ(QORUnicodeString("abcdef", 4), "abcd");
-  EXPECT_STREQ(QORUnicodeString("abc", -1), "");
-  const QORUnicodeString e("\xC3\xA9t\xC3\xA9");  // "été": 3 characters, 5 bytes
+  EXPECT_STREQ(Text("x") + "y" + Text("z"), "xyz");
+  EXPECT_STREQ(Text("abc\0def", 7), "abc");  // stops at a NUL
+  EXPECT_STREQ(Text("abcdef", 4), "abcd");
+  const Text e("\xC3\xA9t\xC3\xA9");  // 3 characters, 5 bytes
   EXPECT_EQ(e.GetLengthInChar(), 3);
   EXPECT_EQ(e.GetLengthInByte(), 5);
-  EXPECT_TRUE(QORUnicodeString("a") == QORUnicodeString("a"));
-  EXPECT_FALSE(QORUnicodeString("a") == QORUnicodeString("a "));
-  QORUnicodeString n;
+  Text n;
   EXPECT_STREQ(n.BuildFromNum(-42, "Parameter: %d\n"), "Parameter: -42\n");
-  EXPECT_STREQ(n.BuildFromNum(0.1, "%g"), "0.1");
-  EXPECT_STREQ(n.BuildFromNum(4294967295UL, "%lu"), "4294967295");
-  QORUnicodeString moved(std::move(s));
-  EXPECT_STREQ(moved, "abcdabcd");
+  Text moved(std::move(s));
   EXPECT_STREQ(s, "");  // a moved-from string still reads as empty
-  s = moved.ConvertToChar() + 4;  // assigning a piece of another string
-  EXPECT_STREQ(s, "abcd");
+  s = moved.ConvertToChar() + 4;  // a piece of another string
   s = static_cast<const char *>(s) + 2;  // and a piece of itself
   EXPECT_STREQ(s, "cd");
-}
-
-TEST(QORStringTest, AssignableIdentifier) {
-  QORString id("ERR_0001");
-  char buffer[] = "WARN_0300";
-  id = buffer;
-  buffer[0] = 'X';
-  EXPECT_STREQ(id, "WARN_0300");
-  EXPECT_TRUE(id == "WARN_0300");
-  EXPECT_EQ(id.GetLength(), 9);
-  id = static_cast<const char *>(nullptr);
-  EXPECT_TRUE(id.IsEmpty());
 }
 
 TEST(Collections, OneBasedGrowingAndNeutralOutside) {
@@ -70,12 +49,10 @@ TEST(Collections, OneBasedGrowingAndNeutralOutside) {
   for (int i = 1; i <= 100; ++i) {
     ints.Append(i * 3);
     reals.Append(i / 4.0);
-    strings.Append(QORUnicodeString().BuildFromNum(i, "s%d"));
+    strings.Append(Text().BuildFromNum(i, "s%d"));
   }
   EXPECT_EQ(ints.Size(), 100);
-  EXPECT_EQ(ints[1], 3);
-  EXPECT_EQ(ints[100], 300);
-  EXPECT_EQ(reals[2], 0.5);
+  EXPECT_TRUE(ints[1] == 3 && ints[100] == 300 && reals[2] == 0.5);
   EXPECT_STREQ(strings[100], "s100");
   const QORRawCollint &ci = ints;
   EXPECT_EQ(ci[0], 0);
@@ -89,13 +66,11 @@ TEST(Collections, OneBasedGrowingAndNeutralOutside) {
   EXPECT_STREQ(copy[1], "s1");
 }
 
-TEST(BaseUnknown, ReleaseDeletesAtZeroAndCopiesStartAtOne) {
+TEST(Objects, ReferenceCountsAndRegistry) {
   const long alive = qor::objects::alive();
   auto *e = new QORError("ID", "Cat");
-  EXPECT_EQ(qor::objects::alive(), alive + 1);
-  EXPECT_EQ(e->GetRefCount(), 1u);
   EXPECT_EQ(e->AddRef(), 2u);
-  QORError *clone = e->CloneSelf();
+  QORError *clone = e->CloneSelf();  // copies start at one
   EXPECT_EQ(clone->GetRefCount(), 1u);
   EXPECT_STREQ(clone->GetMsgId(), "ID");
   EXPECT_EQ(e->Release(), 1u);
@@ -103,32 +78,24 @@ TEST(BaseUnknown, ReleaseDeletesAtZeroAndCopiesStartAtOne) {
   EXPECT_EQ(e->Release(), 0u);
   EXPECT_EQ(clone->Release(), 0u);
   EXPECT_EQ(qor::objects::alive(), alive);
-}
 
-TEST(MetaObjects, RegistryAndFamilyTree) {
   const QORMetaClass *r = QORResourceError::MetaObject();
-  EXPECT_STREQ(r->GetName(), "QORResourceError");
-  EXPECT_STREQ(r->GetParent()->GetName(), "QORError");
-  EXPECT_STREQ(r->GetParent()->GetParent()->GetName(), "QORBaseUnknown");
-  EXPECT_EQ(r->GetParent()->GetParent()->GetParent(), nullptr);
   EXPECT_TRUE(r->IsAKindOf("QORBaseUnknown"));
   EXPECT_FALSE(QORError::MetaObject()->IsAKindOf("QORResourceError"));
-  EXPECT_EQ(QORMetaClass::Register("QORResourceError", 9, nullptr, "", "", 1), r);
-  EXPECT_EQ(QORMetaClass::Find("QORError"), QORError::MetaObject());
+  EXPECT_EQ(QORMetaClass::Register("QORResourceError", 9, nullptr, "", "", 1), r);  // kept
   EXPECT_EQ(QORMetaClass::Find("NoSuchClass"), nullptr);
-  EXPECT_NE(QORError::MetaObject()->GetId(), r->GetId());
-  QORResourceError e("X", "Y");
+  QORResourceError re("X", "Y");
   void *itf = nullptr;
-  EXPECT_EQ(e.QueryInterface("QORError", &itf), 0);
-  EXPECT_EQ(itf, &e);
-  e.Release();  // the reference QueryInterface added
-  EXPECT_NE(e.QueryInterface("QORTrace", &itf), 0);
+  EXPECT_EQ(re.QueryInterface("QORError", &itf), 0);
+  EXPECT_EQ(itf, &re);
+  re.Release();  // the reference QueryInterface added
+  EXPECT_NE(re.QueryInterface("QORTrace", &itf), 0);
   EXPECT_EQ(itf, nullptr);
 }
 
-TEST(Traces, PutsReachStandardOutputAndSwitchByName) {
+TEST(Traces, PutsSwitchedByNameAndFileDestination) {
   QORTrace t("TestTrace", "a test trace", QORTraModeDefault, "STDOUT", 16);
-  qkm_test::StdoutCapture out;
+  StdoutCapture out;
   t.TraPut("as is");
   t.TraPutLN(" line");
   t.TraPutLN("n=", -7);
@@ -143,74 +110,55 @@ TEST(Traces, PutsReachStandardOutputAndSwitchByName) {
   t.TraPutLN("on again");
   EXPECT_EQ(out.text(),
             "as is line\nn=-7\nlong enough to pass the sixteen bytes 002.2|on again\n");
-}
-
-TEST(Traces, FileDestination) {
   TempDir dir;
-  {
-    QORTrace t("FileTrace", "", QORTraModeDefault, (dir / "trace.txt").c_str(), 1024);
-    t.TraPutLN("to the file");
-  }
-  EXPECT_EQ(read_file(dir / "trace.txt"), "to the file\n");
+  QORTrace("FileTrace", "", QORTraModeDefault, (dir / "t.txt").c_str(), 1024).TraPutLN("file");
+  EXPECT_EQ(read_file(dir / "t.txt"), "file\n");
 }
 
 TEST(Files, AccessPathsOpenCopyDelete) {
   TempDir dir;
-  QORUnicodeString folder(dir.path().c_str());
+  Text folder(dir.path().c_str()), path(folder), name("a.txt"), empty;
   EXPECT_EQ(_QORFileAccess(folder, 6, 0), 0);
-  QORUnicodeString path(folder), name("a.txt");
   ASSERT_EQ(QORMakePath(&path, &name), 0);
   EXPECT_STREQ(path, (dir / "a.txt").c_str());
-  QORUnicodeString slash((dir.path() + "/").c_str());
+  Text slash((dir.path() + "/").c_str());
   ASSERT_EQ(QORMakePath(&slash, &name), 0);
   EXPECT_STREQ(slash, (dir / "a.txt").c_str());  // no doubled separator
-  QORUnicodeString empty;
-  EXPECT_LT(QORMakePath(&path, &empty), 0);
-  const int missing = _QORFileAccess(path, 0, 0);
-  EXPECT_LT(missing, 0);
-  EXPECT_EQ(missing & 0xFFFF, 2);
+  EXPECT_LT(QORMakePath(&slash, &empty), 0);
+  EXPECT_EQ(_QORFileAccess(path, 0, 0) & 0x8000FFFF, 0x80000002);
 
   unsigned int fd = 0;
-  ASSERT_EQ(QORFOpen(path, "a+c", &fd), 0);
-  ASSERT_EQ(::write(static_cast<int>(fd), "one\n", 4), 4);
-  EXPECT_EQ(QORFClose(fd), 0);
+  for (const char *line : {"one\n", "two\n"}) {  // the second open appends
+    ASSERT_EQ(QORFOpen(path, "a+c", &fd), 0);
+    ASSERT_EQ(::write(static_cast<int>(fd), line, 4), 4);
+    EXPECT_EQ(QORFClose(fd), 0);
+  }
   EXPECT_LT(QORFClose(fd), 0);  // already closed
-  ASSERT_EQ(QORFOpen(path, "a+c", &fd), 0);  // appends
-  ASSERT_EQ(::write(static_cast<int>(fd), "two\n", 4), 4);
-  EXPECT_EQ(QORFClose(fd), 0);
   EXPECT_EQ(read_file(dir / "a.txt"), "one\ntwo\n");
-  EXPECT_LT(QORFOpen(QORUnicodeString((dir / "none").c_str()), "r", &fd), 0);
+  EXPECT_LT(QORFOpen(Text((dir / "none").c_str()), "r", &fd), 0);
   EXPECT_LT(QORFOpen(path, "x", &fd), 0);
 
-  const QORUnicodeString copy((dir / "b.txt").c_str());
+  const Text copy((dir / "b.txt").c_str());
   EXPECT_EQ(QORFCopy(path, copy, 0), 0);
   EXPECT_LT(QORFCopy(path, copy, 0), 0);  // exists, not to be overwritten
-  qkm_test::write_file(dir / "b.txt", "longer old text that must go\n");
+  write_file(dir / "b.txt", "longer old text that must go\n");
   EXPECT_EQ(QORFCopy(path, copy, 1), 0);
   EXPECT_EQ(read_file(dir / "b.txt"), "one\ntwo\n");
 
-  QORUnicodeString same((dir.path() + "/.").c_str()), other("/");
+  Text same((dir.path() + "/.").c_str()), other("/"), gone("/nonexistent/qkm");
   EXPECT_EQ(QORIdenticaleFile(&folder, &same), 0);
   EXPECT_EQ(QORIdenticaleFile(&folder, &other), 1);
-  QORUnicodeString gone("/nonexistent/qkm");
   EXPECT_LT(QORIdenticaleFile(&folder, &gone), 0);
-
   EXPECT_EQ(_QORDeleteFile(copy), 0);
-  const int again = _QORDeleteFile(copy);
-  EXPECT_LT(again, 0);
-  EXPECT_EQ(again & 0xFFFF, 2);
+  EXPECT_EQ(_QORDeleteFile(copy) & 0x8000FFFF, 0x80000002);
   EXPECT_EQ(_QORDeleteFile(path), 0);
 }
 
 TEST(SystemPieces, LoginHostTimeUuid) {
-  char login[36];
-  ASSERT_EQ(QORGetLoginName(login, 36), 0);
-  EXPECT_GT(std::strlen(login), 0u);
-  char tiny[1];
+  char tiny[1], host[256] = {0};
   EXPECT_LT(QORGetLoginName(tiny, 1), 0);
   QORSystemInfo info;
   ASSERT_EQ(QORGetSystemInfo(&info), 0);
-  char host[256] = {0};
   ::gethostname(host, sizeof host - 1);
   EXPECT_STREQ(info.HostName, host);
 
@@ -218,13 +166,11 @@ TEST(SystemPieces, LoginHostTimeUuid) {
   setenv("TZ", "UTC", 1);
   tzset();
   EXPECT_STREQ(t.ConvertToString("d%j_h%Hm%M_", 0), "d041_h05m00_");
-  EXPECT_STREQ(t.ConvertToString("", 0), "");
 
   std::set<std::string> seen;
   const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
   for (int i = 0; i < 50; ++i) {
     char text[40];
-    std::memset(text, '#', sizeof text);
     EXPECT_EQ(QORUuid().UUID_to_chaine(text, 37), 36);
     EXPECT_TRUE(std::regex_match(text, form)) << text;
     seen.insert(text);

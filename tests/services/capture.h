@@ -23,8 +23,7 @@ inline std::string read_file(const std::string &path) {
 }
 
 inline void write_file(const std::string &path, const std::string &text) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << text;
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
 inline bool exists(const std::string &path) {
@@ -35,10 +34,8 @@ inline bool exists(const std::string &path) {
 inline std::vector<std::string> list_folder(const std::string &dir) {
   std::vector<std::string> names;
   if (DIR *d = ::opendir(dir.c_str())) {
-    while (dirent *e = ::readdir(d)) {
-      const std::string n = e->d_name;
-      if (n != "." && n != "..") names.push_back(n);
-    }
+    while (dirent *e = ::readdir(d))
+      if (std::string n = e->d_name; n != "." && n != "..") names.push_back(n);
     ::closedir(d);
   }
   return names;
@@ -50,9 +47,7 @@ class TempDir {
   TempDir() {
     const char *base = std::getenv("TMPDIR");
     std::string tmpl = std::string(base != nullptr ? base : "/tmp") + "/qkm_test_XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back('\0');
-    if (::mkdtemp(buf.data()) != nullptr) path_ = buf.data();
+    if (::mkdtemp(tmpl.data()) != nullptr) path_ = tmpl;
   }
   ~TempDir() {
     for (const auto &n : list_folder(path_)) ::unlink((path_ + "/" + n).c_str());
@@ -65,7 +60,7 @@ class TempDir {
   std::string path_;
 };
 
-// Points descriptor 1 at a temporary file until text() is called, and tells whether
+// Points descriptor 1 at a temporary file until text() is called; intact() tells whether
 // descriptor 1 still refers to that file (nothing left it redirected elsewhere).
 class StdoutCapture {
  public:
@@ -97,10 +92,8 @@ class StdoutCapture {
   }
 
  private:
-  int fd_ = -1;
-  int saved_ = -1;
-  std::string path_;
-  std::string text_;
+  int fd_ = -1, saved_ = -1;
+  std::string path_, text_;
 };
 
 }  // namespace qkm_test

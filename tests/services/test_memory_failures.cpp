@@ -1,32 +1,25 @@
-// Every refusal of the memory manager: what it prints (banner, message, the sizes in
-// kilobytes), its status, and what survives. Failures of malloc, QORUnsecuredMemAlloc and
+// Every refusal of the memory manager: what it prints (banner, message, sizes in kilobytes),
+// its status, and what survives. Failures of malloc, QORUnsecuredMemAlloc and
 // QORUnsecuredMemRealloc are injected at chosen calls.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 
-#include "QORKytMemoryManager.h"
-#include "platform/fault_injection.h"
 #include "support/child.h"
-#include "support/malloc_hook.h"
 #include "support/memory_view.h"
 
 namespace {
 
-using qkm_test::CaptureStdout;
-using qkm_test::count_of;
-using qkm_test::view;
+using namespace qkm_test;
 using qor::fault::Op;
 namespace hook = qkm_test::malloc_hook;
-
-constexpr int kFailed = static_cast<int>(0x80004005u);
-const QORKytTypeEncapMemory &kEmpty = QORKytTypeEncapMemory::EmptyEncapMem;
 
 const std::string kError = "\n******************** ERROR ********************\n";
 const std::string kWarning = "\n******************* WARNING *******************\n";
 const std::string kInternal = "\n**************** INTERNAL ERROR ***************\n";
 const std::string kClosing = "\n***********************************************\n\n";
+const std::string kNull = "Null Allocation Length";
 
 std::string sizes(int asked_kb, int available_kb) {
   return "Requested: " + std::to_string(asked_kb) + " KB. Available: " +
@@ -44,392 +37,257 @@ void expect_one_block(const std::string &out, const std::string &banner,
   EXPECT_LT(m, out.find(kClosing)) << out;
 }
 
-struct Clean {
-  Clean() { qor::fault::reset(); }
-  ~Clean() {
-    qor::fault::reset();
-    hook::reset();
-  }
-};
-
-int one(QORKytMemoryManager &m, char *&p, long long bytes) {
-  int indice = -7;
-  m.Allocation(1, indice, &p, bytes, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0,
-               nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0);
-  return indice;
-}
-
-// ------------------------------------------------------------------ null and negative lengths
-
-TEST(MemoryFailures, NullLengthsAreRefusedInTheDescribedOrder) {
-  QORKytMemoryManager m(10);
-  m.SetModeWarning(1026);  // not softened by warning mode
-  int indice = 5;
-  char *arrays[3] = {};
-  char **a = arrays;
-  {
-    CaptureStdout cap;
-    long long none[1] = {8};
-    EXPECT_EQ(m.Allocation(0, indice, a, none), kFailed);
-    expect_one_block(cap.text(), kInternal, "Null Allocation Length");
-  }
-  {
-    CaptureStdout cap;
-    long long lengths[3] = {16, 0, 24};
-    EXPECT_EQ(m.Allocation(3, indice, a, lengths), kFailed);
-    EXPECT_EQ(lengths[0], 3);
-    EXPECT_EQ(lengths[1], 0);
-    EXPECT_EQ(lengths[2], 24);
-    expect_one_block(cap.text(), kInternal, "Null Allocation Length");
-  }
-  {
-    CaptureStdout cap;
-    long long lengths[2] = {-8, -15};  // both become 0 words: the total is 0
-    EXPECT_EQ(m.Allocation(2, indice, a, lengths), kFailed);
-    EXPECT_EQ(lengths[0], 0);
-    EXPECT_EQ(lengths[1], 0);
-    expect_one_block(cap.text(), kInternal, "Null Allocation Length");
-  }
-  EXPECT_EQ(indice, 5);
-  EXPECT_EQ(m.GetIndiceAllocation(), 1);
-  EXPECT_EQ(m.GetMemoryUsed(), 0.0f);
-}
-
-TEST(MemoryFailures, NegativeLengthInErrorModePrintsTheRunningTotal) {
+TEST(MemoryFailures, NullAndNegativeLengths) {
   QORKytMemoryManager m(10);
   char *kept = nullptr;
   one(m, kept, 8);
-  int indice = 0;
-  // A caller's live pointer in front of the negative entry is freed: the leak checker and the
-  // null left behind both show it.
-  char *arrays[3] = {static_cast<char *>(std::malloc(32)), nullptr, nullptr};
+  char *arrays[3] = {};
   char **a = arrays;
-  long long lengths[3] = {16, -16, 8};
-  CaptureStdout cap;
-  EXPECT_EQ(m.Allocation(3, indice, a, lengths), kFailed);
+  int indice = 5;
+  // Null totals, not softened by warning mode; lengths converted up to the zero only.
+  m.SetModeWarning(1026);
+  const struct {
+    int n;
+    long long in[3], out[3];
+  } nulls[] = {{0, {8}, {8}}, {3, {16, 0, 24}, {3, 0, 24}}, {2, {-8, -15}, {0, 0}}};
+  for (const auto &c : nulls) {
+    long long lengths[3] = {c.in[0], c.in[1], c.in[2]};
+    StdoutCapture cap;
+    EXPECT_EQ(m.Allocation(c.n, indice, a, lengths), kFailed);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(lengths[i], c.out[i]) << c.n << " " << i;
+    expect_one_block(cap.text(), kInternal, kNull);
+  }
+  // Warning mode 1026 passes a negative length by: message 1026 itself, no sizes.
+  long long soft[2] = {-17, 8};
+  StdoutCapture cap;
+  EXPECT_EQ(m.Allocation(2, indice, a, soft), 8);
   const std::string out = cap.text();
-  expect_one_block(out, kInternal, "NEGATIVE ALLOCATION LENGTH : 2\n");
+  expect_one_block(out, kInternal, "Identifier: 1026");
+  EXPECT_EQ(out.find("Requested:"), std::string::npos) << out;
+  EXPECT_EQ(indice, 5);
+  EXPECT_EQ(state(m, 1), "2 2 1");
+
+  // Error mode prints the running total in words; a caller's live pointer in front of the
+  // negative entry is freed (the leak checker and the null left behind both show it).
+  m.ResetModeWarning();
+  arrays[0] = static_cast<char *>(std::malloc(32));
+  long long lengths[3] = {16, -16, 8};
+  StdoutCapture cap2;
+  EXPECT_EQ(m.Allocation(3, indice, a, lengths), kFailed);
+  expect_one_block(cap2.text(), kInternal, "NEGATIVE ALLOCATION LENGTH : 2\n");
   EXPECT_EQ(arrays[0], nullptr);
   EXPECT_EQ(lengths[1], -1);
   EXPECT_EQ(lengths[2], 2);  // converted before the totals were added up
-  EXPECT_EQ(m.GetIndiceAllocation(), 2);
-  EXPECT_NE(view(m).ElementTable[0], nullptr);
-
-  CaptureStdout cap2;
+  StdoutCapture cap3;
   long long alone[1] = {-16};
   EXPECT_EQ(m.Allocation(1, indice, a, alone), kFailed);
-  expect_one_block(cap2.text(), kInternal, "NEGATIVE ALLOCATION LENGTH : 18446744073709551615\n");
+  expect_one_block(cap3.text(), kInternal, "NEGATIVE ALLOCATION LENGTH : 18446744073709551615\n");
+  EXPECT_EQ(state(m, 1), "2 2 1");
+  EXPECT_EQ(m.GetMemoryUsed(), 2.0f);
 }
-
-TEST(MemoryFailures, NegativeLengthInWarningModeIgnoresTheSpecialValue) {
-  QORKytMemoryManager m(10);
-  m.SetModeWarning(1026);
-  int indice = 0;
-  char *arrays[2] = {};
-  char **a = arrays;
-  long long lengths[2] = {-17, 8};
-  CaptureStdout cap;
-  EXPECT_EQ(m.Allocation(2, indice, a, lengths), 8);
-  const std::string out = cap.text();
-  // Message 1026 itself, which the catalog does not carry: no sizes, no message 300.
-  expect_one_block(out, kInternal, "Identifier: 1026");
-  EXPECT_EQ(out.find("Requested:"), std::string::npos) << out;
-  m.ResetModeWarning();
-  CaptureStdout cap2;
-  long long again[2] = {-17, 8};
-  EXPECT_EQ(m.Allocation(2, indice, a, again), kFailed);
-  EXPECT_NE(cap2.text().find("NEGATIVE ALLOCATION LENGTH"), std::string::npos);
-}
-
-// ------------------------------------------------------------------ exhaustion
 
 // Groups 1 and 2 held, then a group of two arrays whose single block and second separate
-// block fail: 101 and 1280 words asked, 1216 words found by the descent (9 KB).
-struct Exhausted : ::testing::Test {
-  QORKytMemoryManager m{20};
-  char *g1 = nullptr;
-  char *g2 = nullptr;
-  char *arrays[2] = {};
-  long long lengths[2] = {800, 10232};
-  int indice = -3;
-  std::string out;
-  Clean clean;
-
-  void SetUp() override {
+// block fail: 101 and 1280 words asked (10 KB), 1216 words found by the descent (9 KB).
+TEST(MemoryFailures, ExhaustionInEachMode) {
+  const struct {
+    int mode;
+    bool nothing_left;
+    int status;
+    const std::string &banner;
+    std::string inside;
+    std::string after;
+  } cases[] = {
+      {0, false, kFailed, kError, sizes(10, 9), "2 21 10"},  // gives up the newest group
+      {0, true, kFailed, kError, sizes(10, 0), "2 21 10"},
+      {1026, false, 8, kWarning, sizes(10, 9), "3 52 11"},  // takes nothing
+      {4242, false, 8, kInternal, "Identifier: 4242", "3 52 11"},
+  };
+  for (const auto &c : cases) {
+    Clean clean;
+    QORKytMemoryManager m(20);
+    char *g1 = nullptr, *g2 = nullptr;
     one(m, g1, 160);
     one(m, g2, 240);
-  }
-  int run(int mode, bool nothing_left = false) {
-    m.SetModeWarning(mode);
+    m.SetModeWarning(c.mode);
+    char *arrays[2] = {};
     char **a = arrays;
-    CaptureStdout cap;
+    long long lengths[2] = {800, 10232};
+    int indice = -3;
+    StdoutCapture cap;
     hook::fail_at((101 + 1280) * 8 + 8, 1);
-    if (nothing_left)
+    if (c.nothing_left)
       qor::fault::fail_from(Op::MemAlloc, 2);
     else
       qor::fault::fail_at(Op::MemAlloc, 2);
-    const int st = m.Allocation(2, indice, a, lengths);
-    out = cap.text();
+    EXPECT_EQ(m.Allocation(2, indice, a, lengths), c.status) << c.mode;
+    const std::string out = cap.text();
     EXPECT_EQ(hook::failures(), 1);
-    return st;
+    expect_one_block(out, c.banner, c.inside);
+    if (c.mode == 4242) EXPECT_EQ(out.find("Requested:"), std::string::npos) << out;
+    EXPECT_EQ(arrays[0], nullptr);  // the first separate block went back
+    EXPECT_EQ(indice, -3);
+    EXPECT_EQ(state(m, 2), c.after);
+    EXPECT_EQ(m.GetMemoryUsed(), 21.0f + 31);
+    qor::fault::reset();
+    char *next = nullptr;
+    EXPECT_EQ(one(m, next, 8), c.after[0] - '0');  // numbers are reused
   }
-};
-
-TEST_F(Exhausted, ErrorModeGivesUpTheCallersNewestGroup) {
-  EXPECT_EQ(run(0), kFailed);
-  expect_one_block(out, kError, sizes(10, 9));
-  EXPECT_EQ(arrays[0], nullptr);  // the first separate block went back
-  EXPECT_EQ(indice, -3);
-  auto &v = view(m);
-  EXPECT_EQ(m.GetIndiceAllocation(), 2);  // group 2 is gone, group 1 stays
-  EXPECT_NE(v.ElementTable[0], nullptr);
-  EXPECT_EQ(v.ElementTable[1], nullptr);
-  EXPECT_EQ(v.MemoryCurrent, 21);
-  EXPECT_EQ(m.GetMemoryUsed(), 21.0f + 31);
-  // The numbers are reused: the next group is 2 again.
-  char *next = nullptr;
-  EXPECT_EQ(one(m, next, 8), 2);
-}
-
-TEST_F(Exhausted, ErrorModeWithNothingLeftReportsZero) {
-  EXPECT_EQ(run(0, true), kFailed);
-  expect_one_block(out, kError, sizes(10, 0));
-}
-
-TEST_F(Exhausted, WarningModeWithTheSpecialValueShowsTheSizes) {
-  EXPECT_EQ(run(1026), 8);
-  expect_one_block(out, kWarning, sizes(10, 9));
-  EXPECT_EQ(arrays[0], nullptr);
-  EXPECT_EQ(m.GetIndiceAllocation(), 3);  // nothing of the caller's is taken
-  EXPECT_EQ(view(m).MemoryCurrent, 21 + 31);
-}
-
-TEST_F(Exhausted, WarningModeWithAnotherValueIssuesThatMessage) {
-  EXPECT_EQ(run(4242), 8);
-  expect_one_block(out, kInternal, "Identifier: 4242");
-  EXPECT_EQ(out.find("Requested:"), std::string::npos) << out;
-  EXPECT_EQ(m.GetIndiceAllocation(), 3);
 }
 
 TEST(MemoryFailures, ComputeAvailableMemoryDescendsInTwentieths) {
   Clean clean;
   QORKytMemoryManager m(4);
-  int available = -1;
-  m.ComputeAvailableMemory(100, available);  // 800 bytes: first try 760
-  EXPECT_EQ(available, 95);
-  qor::fault::fail_from(Op::MemAlloc, 1);
-  m.ComputeAvailableMemory(100, available);
-  EXPECT_EQ(available, 0);  // 19 tries, never the full size
-  qor::fault::fail_at(Op::MemAlloc, 1);
-  m.ComputeAvailableMemory(100, available);  // 760 fails, 720 passes
-  EXPECT_EQ(available, 90);
-  m.ComputeAvailableMemory(1, available);  // 8 bytes: step 1, 7 bytes pass
-  EXPECT_EQ(available, 0);
-}
-
-// ------------------------------------------------------------------ the tables
-
-// step 200: the 200th group needs the first extension.
-void fill(QORKytMemoryManager &m, int groups) {
-  char *p = nullptr;
-  for (int g = 1; g <= groups; ++g) ASSERT_EQ(one(m, p, 8), g);
-}
-
-TEST(MemoryFailures, TableFailureOnTheSingleBlockAttempt) {
-  Clean clean;
-  QORKytMemoryManager m(200);
-  fill(m, 199);
-  qor::fault::fail_at(Op::MemRealloc, 1);
-  char *p = nullptr;
-  int indice = 0;
-  CaptureStdout cap;
-  EXPECT_EQ(m.Allocation(1, indice, &p, 8, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0,
-                         nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0),
-            kFailed);
-  // 400 entries asked (3 KB), 380 found (2 KB); group 199 is given up.
-  expect_one_block(cap.text(), kError, sizes(3, 2));
-  EXPECT_EQ(p, nullptr);
-  EXPECT_EQ(m.GetIndiceAllocation(), 199);
-  auto &v = view(m);
-  EXPECT_EQ(v.TableSize, 400);
-  EXPECT_EQ(v.MemoryCurrent, 198 * 2);
-  // The table that did not grow is never written past its end (the sanitizers watch).
-  for (int g = 199; g <= 260; ++g) EXPECT_EQ(one(m, p, 8), g);
-  EXPECT_EQ(v.MemoryCurrent, 260 * 2);
-}
-
-TEST(MemoryFailures, TableFailureOnTheSeparateAttempt) {
-  Clean clean;
-  QORKytMemoryManager m(200);
-  fill(m, 190);
-  long long lengths[11] = {8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8};
-  char *arrays[11] = {};
-  char **a = arrays;
-  int indice = 0;
-  CaptureStdout cap;
-  hook::fail_at(22 * 8 + 8, 1);            // the single block
-  qor::fault::fail_at(Op::MemRealloc, 2);  // the element sizes do not grow
-  EXPECT_EQ(m.Allocation(11, indice, a, lengths), kFailed);
-  expect_one_block(cap.text(), kError, sizes(3, 2));
-  EXPECT_EQ(m.GetIndiceAllocation(), 190);
-  for (char *p : arrays) EXPECT_EQ(p, nullptr);
-  // Half-grown tables still serve further groups safely.
-  for (int g = 190; g <= 240; ++g) {
-    lengths[0] = lengths[1] = 8;
-    EXPECT_EQ(m.Allocation(2, indice, a, lengths), 0);
-    EXPECT_EQ(indice, g);
+  const struct {
+    int fail;  // 0 none, 1 the first try, 2 every try
+    int words, available;
+  } cases[] = {{0, 100, 95}, {2, 100, 0}, {1, 100, 90}, {0, 1, 0}};
+  for (const auto &c : cases) {
+    qor::fault::reset();
+    if (c.fail == 1) qor::fault::fail_at(Op::MemAlloc, 1);
+    if (c.fail == 2) qor::fault::fail_from(Op::MemAlloc, 1);
+    int available = -1;
+    m.ComputeAvailableMemory(c.words, available);
+    EXPECT_EQ(available, c.available) << c.fail << " " << c.words;
   }
 }
 
-TEST(MemoryFailures, ManagerWithoutTablesRefusesEveryGroup) {
-  Clean clean;
-  qor::fault::fail_at(Op::MemAlloc, 2);
+// Step 200: the 200th group needs the first extension of the tables. Whether the single-block
+// attempt or the separate one meets the failed extension, 400 entries are asked (3 KB) and
+// 380 found (2 KB), the caller's newest group is given up, and the tables that did not grow
+// (or grew half-way) are never written past their end.
+TEST(MemoryFailures, TableExtensionFailures) {
+  for (int separate = 0; separate < 2; ++separate) {
+    Clean clean;
+    QORKytMemoryManager m(200);
+    const int held = separate ? 190 : 199;
+    char *p = nullptr;
+    for (int g = 1; g <= held; ++g) ASSERT_EQ(one(m, p, 8), g);
+    long long lengths[11] = {8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8};
+    char *arrays[11] = {};
+    char **a = arrays;
+    int indice = 0;
+    StdoutCapture cap;
+    if (separate) {
+      hook::fail_at(22 * 8 + 8, 1);            // the single block
+      qor::fault::fail_at(Op::MemRealloc, 2);  // the element sizes do not grow
+    } else {
+      qor::fault::fail_at(Op::MemRealloc, 1);
+    }
+    EXPECT_EQ(m.Allocation(separate ? 11 : 1, indice, a, lengths), kFailed);
+    expect_one_block(cap.text(), kError, sizes(3, 2));
+    EXPECT_EQ(state(m, 0), std::to_string(held) + " " + std::to_string(held * 2 - 2) + " ");
+    for (char *q : arrays) EXPECT_EQ(q, nullptr);
+    for (int g = held; g <= 260; ++g) {
+      lengths[0] = lengths[1] = 8;
+      EXPECT_EQ(m.Allocation(2, indice, a, lengths), 0);
+      EXPECT_EQ(indice, g);
+    }
+  }
+  qor::fault::fail_at(Op::MemAlloc, 2);  // a manager without tables refuses every group
   QORKytMemoryManager m(50);
   qor::fault::reset();
   char *p = nullptr;
-  CaptureStdout cap;
+  StdoutCapture cap;
   EXPECT_EQ(one(m, p, 8), -7);
   expect_one_block(cap.text(), kError, "Requested: 0 KB.");
   EXPECT_EQ(m.Desallocation(1), 0);
   EXPECT_EQ(m.Desallocation(-1), 0);
 }
 
-// ------------------------------------------------------------------ the ceiling
-
-// In a child, with KYT_MAX_ALLOC=1 the ceiling is 128018 words.
-int64_t in_child_with_limit(const char *limit, const std::function<int64_t()> &fn) {
-  return qkm_test::in_child({{"KYT_MAX_ALLOC", limit}}, fn);
-}
-
-TEST(MemoryFailures, CeilingLowersTheSingleBlockInWarningModeOnly) {
-  // Returns the statuses of 128018 and 128017 words, and whether anything was printed.
-  auto probe = [](int mode) {
+// With KYT_MAX_ALLOC=1 the ceiling is 128018 words; only warning mode looks at it.
+TEST(MemoryFailures, CeilingInChildProcesses) {
+  // Statuses of 128018 and 128017 words (single block), whether the refusal left everything
+  // as it was, and whether nothing was printed.
+  auto single = [](int mode) {
     return [mode]() -> int64_t {
       QORKytMemoryManager m(10);
-      char *held = nullptr;
+      char *held = nullptr, *p = nullptr;
       one(m, held, 8);
       m.SetModeWarning(mode);
-      char *p = nullptr;
-      int indice = 0;
-      CaptureStdout cap;
-      const int refused = m.Allocation(1, indice, &p, 128017 * 8, nullptr, 0, nullptr, 0, nullptr,
-                                       0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr,
-                                       0, nullptr, 0, nullptr, 0);
+      int refused = 0, passed = 0;
+      StdoutCapture cap;
+      one(m, p, 128017 * 8, &refused);
       const bool untouched = p == nullptr && m.GetIndiceAllocation() == 2;
-      const int passed = m.Allocation(1, indice, &p, 128016 * 8, nullptr, 0, nullptr, 0, nullptr,
-                                      0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, 0, nullptr,
-                                      0, nullptr, 0, nullptr, 0);
-      const bool silent = cap.text().empty();
-      return refused * 1000 + passed * 100 + untouched * 10 + silent;
+      one(m, p, 128016 * 8, &passed);
+      return refused * 1000 + passed * 100 + untouched * 10 + cap.text().empty();
     };
   };
-  EXPECT_EQ(in_child_with_limit("1", probe(1026)), 8 * 1000 + 0 + 10 + 1);
-  EXPECT_EQ(in_child_with_limit("1", probe(0)), 0 + 0 + 0 + 1);
-  EXPECT_EQ(in_child_with_limit(nullptr, probe(1026)), 0 + 0 + 0 + 1);
-  EXPECT_EQ(in_child_with_limit("2097", probe(1026)), 0 + 0 + 0 + 1);  // wraps: no ceiling
-}
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", "1"}}, single(1026)), 8 * 1000 + 10 + 1);
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", "1"}}, single(0)), 1);
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", nullptr}}, single(1026)), 1);
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", "2097"}}, single(1026)), 1);  // wraps: no ceiling
 
-// The ceiling of one separate array: behind the single block it cannot be reached, since no
-// array exceeds the total, so the attempt of the single block is switched off here.
-TEST(MemoryFailures, CeilingOfOneSeparateArray) {
-  auto probe = [](int mode, bool sizes_shown) {
-    return [mode, sizes_shown]() -> int64_t {
+  // One separate array (the single-block attempt switched off: behind it no array can
+  // exceed the total): 11 and 200000 words.
+  auto separate = [](int mode) {
+    return [mode]() -> int64_t {
       QORKytMemoryManager m(10);
       view(m).ModeSeparate = 1;
       m.SetModeWarning(mode);
-      long long lengths[2] = {80, (200000 - 1) * 8};  // 11 and 200000 words
+      long long lengths[2] = {80, (200000 - 1) * 8};
       char *arrays[2] = {};
       char **a = arrays;
       int indice = 0;
-      CaptureStdout cap;
+      StdoutCapture cap;
       const int st = m.Allocation(2, indice, a, lengths);
       const std::string out = cap.text();
-      const bool printed =
-          sizes_shown ? out.find(kWarning) != std::string::npos &&
-                            out.find(sizes(1562, 1000)) != std::string::npos
-                      : out.find("Identifier: 77") != std::string::npos;
+      const bool printed = mode == 1026 ? out.find(kWarning) != out.npos &&
+                                              out.find(sizes(1562, 1000)) != out.npos
+                                        : out.find("Identifier: 77") != out.npos;
       return st * 100 + (arrays[0] == nullptr) * 10 + printed;
     };
   };
-  EXPECT_EQ(in_child_with_limit("1", probe(1026, true)), 811);
-  EXPECT_EQ(in_child_with_limit("1", probe(77, false)), 811);
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", "1"}}, separate(1026)), 811);
+  EXPECT_EQ(in_child({{"KYT_MAX_ALLOC", "1"}}, separate(77)), 811);
 }
 
-// ------------------------------------------------------------------ the typed form
-
-TEST(MemoryFailures, TypedFormStopRules) {
+TEST(MemoryFailures, TypedForm) {
   QORKytMemoryManager m(20);
-  int *p1 = nullptr;
-  int *p2 = nullptr;
+  int *p1 = nullptr, *p2 = nullptr;
   double *p3 = nullptr;
-  int indice = 0;
-  auto typed = [&](QORKytTypeEncapMemory a, int na, QORKytTypeEncapMemory b, int nb,
-                   QORKytTypeEncapMemory c, int nc) {
-    return m.Allocation(indice, a, na, b, nb, c, nc, kEmpty, 0, kEmpty, 0, kEmpty, 0, kEmpty, 0,
-                        kEmpty, 0, kEmpty, 0, kEmpty, 0, kEmpty, 0);
-  };
+  Mem unknown(p2);
+  unknown._Type = QORKytValueReal8;
   const std::string kNotRecognized = "Memory allocation: Array type not recognized";
-  {
-    // A zero length with a non-zero length behind it.
-    CaptureStdout cap;
-    EXPECT_EQ(typed(QORKytTypeEncapMemory(p1), 5, QORKytTypeEncapMemory(p2), 0,
-                    QORKytTypeEncapMemory(p3), 7),
-              kFailed);
-    expect_one_block(cap.text(), kInternal, kNotRecognized);
-  }
-  {
-    // The later pairs are held against the encapsulation where the list stopped, not their
-    // own: an empty third pair with a length still fails.
-    CaptureStdout cap;
-    EXPECT_EQ(typed(QORKytTypeEncapMemory(p1), 5, QORKytTypeEncapMemory(p2), 0, kEmpty, 7),
-              kFailed);
-    expect_one_block(cap.text(), kInternal, kNotRecognized);
-  }
-  {
-    // A pointer of unknown type with a length behind it.
-    QORKytTypeEncapMemory unknown(p2);
-    unknown._Type = QORKytValueReal8;
-    CaptureStdout cap;
-    EXPECT_EQ(typed(QORKytTypeEncapMemory(p1), 5, unknown, 3, kEmpty, 1), kFailed);
-    expect_one_block(cap.text(), kInternal, kNotRecognized);
-  }
-  {
-    // Only empties: the core form gets no array.
-    CaptureStdout cap;
-    EXPECT_EQ(typed(kEmpty, 0, kEmpty, 0, kEmpty, 0), kFailed);
-    expect_one_block(cap.text(), kInternal, "Null Allocation Length");
+  const struct {
+    std::vector<std::pair<Mem, int>> pairs;
+    std::string inside;
+  } cases[] = {
+      // A zero length with a non-zero length behind it.
+      {{{Mem(p1), 5}, {Mem(p2), 0}, {Mem(p3), 7}}, kNotRecognized},
+      // Later pairs are held against the encapsulation where the list stopped.
+      {{{Mem(p1), 5}, {Mem(p2), 0}, {Mem::EmptyEncapMem, 7}}, kNotRecognized},
+      // A pointer of unknown type with a length behind it.
+      {{{Mem(p1), 5}, {unknown, 3}, {Mem::EmptyEncapMem, 1}}, kNotRecognized},
+      {{}, kNull},  // only empties: the core form gets no array
+  };
+  int indice = 0;
+  for (const auto &c : cases) {
+    StdoutCapture cap;
+    EXPECT_EQ(typed(m, indice, c.pairs), kFailed);
+    expect_one_block(cap.text(), kInternal, c.inside);
   }
   EXPECT_EQ(p1, nullptr);
-  EXPECT_EQ(m.GetIndiceAllocation(), 1);
+  EXPECT_EQ(state(m, 0), "1 0 ");
   EXPECT_EQ(m.GetMemoryUsed(), 0.0f);
-}
 
-TEST(MemoryFailures, TypedFormFailureWritesNoPointer) {
+  // Exhaustion writes no pointer and no group number.
   Clean clean;
-  QORKytMemoryManager m(20);
-  int *p1 = reinterpret_cast<int *>(0x1000);
-  double *p2 = nullptr;
-  int indice = 9;
-  CaptureStdout cap;
+  p1 = reinterpret_cast<int *>(0x1000);
+  indice = 9;
+  StdoutCapture cap;
   hook::fail_at(1000, 1);
   qor::fault::fail_from(Op::MemAlloc, 1);
-  EXPECT_EQ(m.Allocation(indice, QORKytTypeEncapMemory(p1), 100, QORKytTypeEncapMemory(p2), 110,
-                         kEmpty, 0, kEmpty, 0, kEmpty, 0, kEmpty, 0, kEmpty, 0, kEmpty, 0, kEmpty,
-                         0, kEmpty, 0, kEmpty, 0),
-            kFailed);
+  EXPECT_EQ(typed(m, indice, {{Mem(p1), 100}, {Mem(p3), 110}}), kFailed);
   expect_one_block(cap.text(), kError, sizes(0, 0));
-  EXPECT_EQ(p1, reinterpret_cast<int *>(0x1000));
-  EXPECT_EQ(p2, nullptr);
-  EXPECT_EQ(indice, 9);
-}
+  EXPECT_TRUE(p1 == reinterpret_cast<int *>(0x1000) && p3 == nullptr && indice == 9);
 
-TEST(MemoryFailures, SelfCheckReportsExhaustion) {
-  Clean clean;
-  CaptureStdout cap;
-  hook::fail_at(209 * 8 + 8, 1);            // the single block of the six arrays
-  qor::fault::fail_from(Op::MemAlloc, 4);  // after the three tables, every array
+  // The self-check reports it too.
+  StdoutCapture cap2;
+  qor::fault::reset();
+  hook::fail_at(209 * 8 + 8, 1);            // the single block of its six arrays
+  qor::fault::fail_from(Op::MemAlloc, 4);  // after its three tables, every array
   EXPECT_EQ(QORKytTypeEncapMemory::Test(), kFailed);
-  expect_one_block(cap.text(), kError, sizes(0, 0));
+  expect_one_block(cap2.text(), kError, sizes(0, 0));
 }
 
 }  // namespace

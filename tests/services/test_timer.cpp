@@ -1,19 +1,18 @@
-// Stopwatch laps and the date text.
+// Stopwatch laps (generous bounds) and the date text.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <string>
 #include <thread>
 
 #include "QORKytTimer.h"
 
-// The date is taken from time(); these tests move the clock to chosen instants. Inert unless
-// set: every other caller in the process sees the real time.
+// The date is taken from time(); the date test moves the clock to chosen instants. Inert
+// unless set: every other caller in the process sees the real time.
 namespace {
 time_t g_fake_now = 0;
 }
@@ -40,34 +39,28 @@ void burn_cpu(double seconds) {
     for (int i = 0; i < 10000; ++i) sink = sink + 1.0;
 }
 
-TEST(Timer, StopWithoutStartLeavesZero) {
+TEST(Timer, ProcessorAndElapsedTimeOfLaps) {
   QORKytTimer t;
-  t.Stop();
+  t.Stop();  // without a start: nothing
   EXPECT_EQ(t.GetCPU(), 0.0);
   EXPECT_EQ(t.GetElapsed(), 0.0);
-}
-
-TEST(Timer, BusyLapCountsProcessorTimeSleepingLapDoesNot) {
-  QORKytTimer busy;
-  busy.Start();
+  t.Start();
   burn_cpu(0.15);
-  busy.Stop();
-  EXPECT_GE(busy.GetCPU(), 0.1);
-  EXPECT_LT(busy.GetCPU(), 5.0);
-  EXPECT_GE(busy.GetElapsed(), 0.1);
+  t.Stop();
+  EXPECT_GE(t.GetCPU(), 0.1);
+  EXPECT_LT(t.GetCPU(), 5.0);
+  EXPECT_GE(t.GetElapsed(), 0.1);
 
-  QORKytTimer idle;
+  QORKytTimer idle;  // sleeping counts as elapsed time only
   idle.Start();
   sleep_ms(120);
   idle.Stop();
   EXPECT_GE(idle.GetElapsed(), 0.1);
   EXPECT_LT(idle.GetElapsed(), 5.0);
   EXPECT_LT(idle.GetCPU(), 0.06);
-}
 
-TEST(Timer, ChildrenWaitedForAreCounted) {
-  QORKytTimer t;
-  t.Start();
+  QORKytTimer children;  // children waited for are counted
+  children.Start();
   const pid_t pid = fork();
   if (pid == 0) {
     burn_cpu(0.15);
@@ -76,11 +69,11 @@ TEST(Timer, ChildrenWaitedForAreCounted) {
   ASSERT_GT(pid, 0);
   int status = 0;
   waitpid(pid, &status, 0);
-  t.Stop();
-  EXPECT_GE(t.GetCPU(), 0.1);
+  children.Stop();
+  EXPECT_GE(children.GetCPU(), 0.1);
 }
 
-TEST(Timer, LapsAddUpAndThePauseIsNotCounted) {
+TEST(Timer, LapsAddUpPausesDoNotAndResetDropsTheLap) {
   QORKytTimer t;
   t.Start();
   sleep_ms(40);
@@ -90,48 +83,23 @@ TEST(Timer, LapsAddUpAndThePauseIsNotCounted) {
   sleep_ms(400);
   EXPECT_EQ(t.GetElapsed(), first);  // stopped: the sum does not move
   t.Start();
-  sleep_ms(40);
-  t.Stop();
-  EXPECT_GE(t.GetElapsed(), first + 0.04);
-  EXPECT_LT(t.GetElapsed(), 0.4);
-}
-
-TEST(Timer, SecondStartKeepsTheFirstLap) {
-  QORKytTimer t;
-  t.Start();
-  sleep_ms(60);
-  t.Start();
-  sleep_ms(60);
-  t.Stop();
-  EXPECT_GE(t.GetElapsed(), 0.12);
-}
-
-TEST(Timer, ReadingsDuringALapGrowAndTheLapGoesOn) {
-  QORKytTimer t;
-  t.Start();
-  const double e1 = t.GetElapsed();
-  burn_cpu(0.05);
-  sleep_ms(30);
-  const double e2 = t.GetElapsed();
-  const double c2 = t.GetCPU();
-  EXPECT_GT(e2, e1);
-  EXPECT_GE(e2, 0.03);
+  const double e1 = t.GetElapsed();  // readings during a lap grow; the lap goes on
+  sleep_ms(20);
+  t.Start();  // a second start keeps the lap
+  burn_cpu(0.02);
+  const double e2 = t.GetElapsed(), c2 = t.GetCPU();
+  EXPECT_GE(e1, first);
+  EXPECT_GE(e2, first + 0.02);
   EXPECT_GT(c2, 0.0);
   sleep_ms(30);
-  t.Stop();  // still running: the whole lap is added once
+  t.Stop();  // the whole lap is added once
   EXPECT_GE(t.GetElapsed(), e2 + 0.03);
-  EXPECT_LT(t.GetElapsed(), 2 * e2 + 5.0);
+  EXPECT_LT(t.GetElapsed(), 0.4);
   EXPECT_GE(t.GetCPU(), c2);
-}
 
-TEST(Timer, ResetDuringALapDropsItAndStops) {
-  QORKytTimer t;
   t.Start();
   sleep_ms(30);
-  t.Stop();
-  t.Start();
-  sleep_ms(30);
-  t.Reset();
+  t.Reset();  // during a lap: dropped, and stopped
   EXPECT_EQ(t.GetElapsed(), 0.0);
   EXPECT_EQ(t.GetCPU(), 0.0);
   sleep_ms(20);
@@ -141,7 +109,7 @@ TEST(Timer, ResetDuringALapDropsItAndStops) {
   sleep_ms(30);
   t.Stop();
   EXPECT_GE(t.GetElapsed(), 0.03);
-  EXPECT_LT(t.GetElapsed(), 0.06 + 5.0);
+  EXPECT_LT(t.GetElapsed(), 5.0);
 }
 
 // The expected text of instant `when`, built independently from the local calendar.
@@ -155,48 +123,33 @@ std::string expected_date(time_t when) {
   return buf;
 }
 
-struct FakeNow {
-  explicit FakeNow(time_t t) { g_fake_now = t; }
-  ~FakeNow() { g_fake_now = 0; }
-};
-
-TEST(KytGetDate, ShapeWithLeadingZeros) {
-  // 2026-01-09 12:03:07 UTC: in every time zone a day of the year below 100.
-  const time_t jan = 1767960187;
-  FakeNow fake(jan);
+std::string date_at(time_t when) {
+  g_fake_now = when;
   char *text = nullptr;
   KytGetDate(text);
-  ASSERT_NE(text, nullptr);
-  const std::string got(text);
+  g_fake_now = 0;
+  std::string got = text != nullptr ? text : "(null)";
   delete[] text;
+  return got;
+}
+
+TEST(KytGetDate, ExactShape) {
+  // 2026-01-09 12:03:07 UTC: in every time zone a day of the year below 100.
+  const time_t jan = 1767960187;
+  const std::string got = date_at(jan);
   EXPECT_EQ(got, expected_date(jan));
   EXPECT_NE(got.find(" Day : 00"), std::string::npos) << got;
   EXPECT_EQ(got.size(), 43u);
-}
-
-TEST(KytGetDate, ThreeDigitDayAndSharedStructureKeepsTheIncrement) {
-  // 2026-11-14 09:41:07 UTC.
+  // 2026-11-14 09:41:07 UTC: a three-digit day; the shared structure keeps the increment.
   const time_t nov = 1794649267;
-  FakeNow fake(nov);
   struct tm *shared = localtime(&nov);
   const int yday = shared->tm_yday;
-  char *text = nullptr;
-  KytGetDate(text);
-  const std::string got(text);
-  delete[] text;
-  EXPECT_EQ(got, expected_date(nov));
-  EXPECT_EQ(got.substr(0, 7), "Year : ");
+  EXPECT_EQ(date_at(nov), expected_date(nov));
   EXPECT_EQ(shared->tm_yday, yday + 1);
-}
-
-TEST(KytGetDate, RealClockGivesTheSameShape) {
+  // The real clock gives the same shape.
   const time_t before = time(nullptr);
-  char *text = nullptr;
-  KytGetDate(text);
-  const time_t after = time(nullptr);
-  const std::string got(text);
-  delete[] text;
-  EXPECT_TRUE(got == expected_date(before) || got == expected_date(after)) << got;
+  const std::string now = date_at(0);
+  EXPECT_TRUE(now == expected_date(before) || now == expected_date(time(nullptr))) << now;
 }
 
 }  // namespace

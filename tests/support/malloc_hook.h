@@ -11,21 +11,9 @@ namespace qkm_test::malloc_hook {
 void fail_at(std::size_t min_bytes, int nth);
 // Every counted call from the nth on fails, until reset.
 void fail_from(std::size_t min_bytes, int nth);
-// Disarms the hook.
 void reset();
-// Number of calls made to fail since the last arming.
-int failures();
-// Number of counted calls (size at least min_bytes) since the last arming.
-int counted();
-// Size asked by the last counted call.
-std::size_t last_size();
-
-// Disarms on scope exit.
-struct Guard {
-  Guard() = default;
-  Guard(const Guard &) = delete;
-  Guard &operator=(const Guard &) = delete;
-  ~Guard() { reset(); }
-};
+int failures();              // calls made to fail since the last arming
+int counted();               // counted calls since the last arming
+std::size_t last_size();     // size asked by the last counted call
 
 }  // namespace qkm_test::malloc_hook
