@@ -56,8 +56,10 @@ void oracle(int n, int p, Vec &f, const Vec &diag0, double tolabs, double tolrat
         double &piv = A(k, k) = x;
         const double ratio = x / diag0[st.ipiv++];
         const int code = tolabs > std::fabs(x) ? 6 : tolratio >= ratio ? 34 : 0;
-        if (code == 6) st.minratio = x;
-        else if (!(st.minratio <= ratio)) st.minratio = ratio;
+        if (code == 6)
+          st.minratio = x;
+        else if (!(st.minratio <= ratio))
+          st.minratio = ratio;
         if (code == 34) piv = ratio;
         if (code) {
           const long z = static_cast<long>(p) * n - static_cast<long>(p) * (p + 1) / 2;
@@ -80,8 +82,8 @@ void oracle(int n, int p, Vec &f, const Vec &diag0, double tolabs, double tolrat
 
 State run(qkm_int n, qkm_int p, Vec &f, const Vec &diag0, double tolabs, double tolratio,
           State st) {
-  st.result = easlff_nt(&n, &p, f.data(), &st.minratio, diag0.data(), &tolabs, &tolratio,
-                        &st.ipiv, &st.naccept, &st.work1, &st.work2, &st.ierr);
+  st.result = easlff_nt(&n, &p, f.data(), &st.minratio, diag0.data(), &tolabs, &tolratio, &st.ipiv,
+                        &st.naccept, &st.work1, &st.work2, &st.ierr);
   return st;
 }
 auto key(const State &s) {
@@ -95,7 +97,8 @@ Vec spd_front(int n, unsigned seed, Vec *diag) {
   Vec f(n * (n + 1) / 2);
   diag->assign(n, 0);
   for (int j = 1; j <= n; ++j)
-    for (int i = j; i <= n; ++i) f[fpos(n, i, j)] = i == j ? (*diag)[j - 1] = 2 + u(rng) : u(rng) / n;
+    for (int i = j; i <= n; ++i)
+      f[fpos(n, i, j)] = i == j ? (*diag)[j - 1] = 2 + u(rng) : u(rng) / n;
   return f;
 }
 
@@ -110,8 +113,8 @@ TEST(EaslffNt, MatchesBlockStatementAndItsRefusalsBitForBit) {
     for (int n : {1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 37, 64}) {
       for (int q = 0; q <= n; ++q)
         for (int code : {0, 6, 34}) {
-          if ((code && q == 0) || !(n <= 13 || q <= 4 || (q >= 23 && q <= 27) || q == 49 ||
-                                    q == 50 || q >= n - 2))
+          if ((code && q == 0) ||
+              !(n <= 13 || q <= 4 || (q >= 23 && q <= 27) || q == 49 || q == 50 || q >= n - 2))
             continue;
           const int p = code ? n : q;
           Vec diag0, f = spd_front(n, 10 * n + q, &diag0);
@@ -122,9 +125,10 @@ TEST(EaslffNt, MatchesBlockStatementAndItsRefusalsBitForBit) {
           Vec want = f, got = f;
           const State gs = run(n, p, got, diag0, 1e-12, 1e-6, ws);
           oracle(n, p, want, diag0, 1e-12, 1e-6, ws);
-          SCOPED_TRACE(testing::Message() << "level " << level << " n " << n << " q " << q
-                                          << " code " << code);
-          ASSERT_EQ(std::tuple(ws.ierr, ws.ipiv, ws.naccept), std::tuple(code, q, code ? q - 1 : q));
+          SCOPED_TRACE(testing::Message()
+                       << "level " << level << " n " << n << " q " << q << " code " << code);
+          ASSERT_EQ(std::tuple(ws.ierr, ws.ipiv, ws.naccept),
+                    std::tuple(code, q, code ? q - 1 : q));
           EXPECT_EQ(key(ws), key(gs));
           for (size_t i = 0; i < want.size(); ++i)
             ASSERT_EQ(bits(want[i]), bits(got[i])) << "position " << i + 1;
@@ -144,13 +148,19 @@ TEST(EaslffNt, PivotChecksClearingAndWorkMeasures) {
   for (size_t i = 1; i < f.size(); ++i) EXPECT_EQ(bits(f[i]), bits(i < 12 ? 0.0 : before[i])) << i;
   // n = p = 1: |d| equal to tolabs passes, a ratio equal to tolratio is refused, a zero pivot
   // with tolabs 0 falls to the ratio check, code 6 puts the pivot itself in minratio.
-  struct Edge { double piv, tolabs, tolratio, minratio0; int ierr; double minratio, after; };
-  for (const Edge &e : {Edge{2, 2, 0.25, 1e300, 0, 0.5, 2}, Edge{2, 0, 0.5, 1e300, 34, 0.5, 0.5},
-                        Edge{0, 0, 0, 1e300, 34, 0, 0}, Edge{-1e-9, 1e-6, 0, -50, 6, -1e-9, -1e-9}}) {
+  struct Edge {
+    double piv, tolabs, tolratio, minratio0;
+    int ierr;
+    double minratio, after;
+  };
+  for (const Edge &e :
+       {Edge{2, 2, 0.25, 1e300, 0, 0.5, 2}, Edge{2, 0, 0.5, 1e300, 34, 0.5, 0.5},
+        Edge{0, 0, 0, 1e300, 34, 0, 0}, Edge{-1e-9, 1e-6, 0, -50, 6, -1e-9, -1e-9}}) {
     Vec one = {e.piv};
     const State st = run(1, 1, one, diag0 = {4.0}, e.tolabs, e.tolratio, State{e.minratio0});
     EXPECT_EQ(std::tuple(st.ierr, st.ipiv, st.naccept, st.minratio, one[0]),
-              std::tuple(e.ierr, 1, e.ierr ? 0 : 1, e.minratio, e.after)) << e.piv;
+              std::tuple(e.ierr, 1, e.ierr ? 0 : 1, e.minratio, e.after))
+        << e.piv;
   }
   // A NaN pivot passes both checks; a NaN minratio is replaced by the next ratio (the ratio
   // reads diag0 at the running pivot number, now 2).
