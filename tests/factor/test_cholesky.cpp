@@ -85,8 +85,8 @@ void on_every_path(Body body) {
 
 // One call and calls over row ranges (the second starting at rows 2..9, so batches meet every
 // remainder of the column tiles; the last is a single row) give the statement's bits; rows
-// past a range stay untouched and dfail is not written on success.
-TEST(Eaxfch2, MatchesRowByRowStatementOnEveryPathAndRange) {
+// past a range stay untouched and dfail is not written on success. Refusals likewise.
+TEST(Eaxfch2, MatchesRowByRowStatementOnEveryPathRangeAndRefusal) {
   on_every_path([] {
     for (int n : {1, 2, 3, 4, 5, 7, 8, 9, 12, 13, 17, 37, 64}) {
       SCOPED_TRACE(testing::Message() << "n " << n);
@@ -105,6 +105,18 @@ TEST(Eaxfch2, MatchesRowByRowStatementOnEveryPathAndRange) {
         ASSERT_EQ(factor(n, n, 0.0, piece, dfail), 0);
         EXPECT_TRUE(same_bits(want, piece)) << "cut " << c;
       }
+      // A refusal in any lane of a batch: earlier rows final, the row's left part holding L,
+      // its diagonal its input, later rows (sentinels) untouched.
+      for (int bad = 1; bad <= n; bad += n <= 17 ? 1 : 5) {
+        Vec w = a;
+        w[at(bad, bad)] = -4.0;
+        std::fill(w.begin() + at(bad + 1, 1), w.end(), sentinel());
+        Vec g = w;
+        ASSERT_EQ(oracle(n, w, wfail), bad);
+        ASSERT_EQ(factor(1, n, 0.0, g, dfail), bad);
+        EXPECT_EQ(std::tuple(bits(dfail), g[at(bad, bad)]), std::tuple(bits(wfail), -4.0));
+        EXPECT_TRUE(same_bits(w, g)) << "refused row " << bad;
+      }
     }
   });
 }
@@ -121,25 +133,6 @@ TEST(Eaxfch2, AgreesWithReferenceDpptrf) {
     for (size_t i = 0; i < a.size(); ++i)
       EXPECT_NEAR(a[i], ref[i], 1e-12 * (1 + std::fabs(ref[i])));
   }
-}
-
-// A refusal in any lane of a batch: earlier rows final, the row's left part holding L, its
-// diagonal its input, later rows (sentinels) untouched.
-TEST(Eaxfch2, RefusalLeavesRowByRowState) {
-  on_every_path([] {
-    const int n = 37;
-    for (int bad : {1, 2, 5, 8, 9, 12, 16, 17, 23, 33, 37}) {
-      Vec a = spd(n, 5);
-      a[at(bad, bad)] = -4.0;
-      std::fill(a.begin() + at(bad + 1, 1), a.end(), sentinel());
-      Vec want = a, got = a;
-      double wfail = 0, dfail = sentinel();
-      ASSERT_EQ(oracle(n, want, wfail), bad);
-      ASSERT_EQ(factor(1, n, 0.0, got, dfail), bad);
-      EXPECT_EQ(std::tuple(bits(dfail), got[at(bad, bad)]), std::tuple(bits(wfail), -4.0));
-      EXPECT_TRUE(same_bits(want, got)) << "row " << bad;
-    }
-  });
 }
 
 // Empty range: only info written, tol not read. A pivot equal to tol is refused; NaN pivots

@@ -148,19 +148,16 @@ TEST(EaslffNt, PivotChecksClearingAndWorkMeasures) {
   for (size_t i = 1; i < f.size(); ++i) EXPECT_EQ(bits(f[i]), bits(i < 12 ? 0.0 : before[i])) << i;
   // n = p = 1: |d| equal to tolabs passes, a ratio equal to tolratio is refused, a zero pivot
   // with tolabs 0 falls to the ratio check, code 6 puts the pivot itself in minratio.
-  struct Edge {
-    double piv, tolabs, tolratio, minratio0;
-    int ierr;
-    double minratio, after;
-  };
-  for (const Edge &e :
-       {Edge{2, 2, 0.25, 1e300, 0, 0.5, 2}, Edge{2, 0, 0.5, 1e300, 34, 0.5, 0.5},
-        Edge{0, 0, 0, 1e300, 34, 0, 0}, Edge{-1e-9, 1e-6, 0, -50, 6, -1e-9, -1e-9}}) {
-    Vec one = {e.piv};
-    const State st = run(1, 1, one, diag0 = {4.0}, e.tolabs, e.tolratio, State{e.minratio0});
+  for (auto [piv, tolabs, tolratio, minratio0, ierr, minratio, after] :
+       {std::tuple{2.0, 2.0, 0.25, 1e300, 0, 0.5, 2.0},
+        {2.0, 0.0, 0.5, 1e300, 34, 0.5, 0.5},
+        {0.0, 0.0, 0.0, 1e300, 34, 0.0, 0.0},
+        {-1e-9, 1e-6, 0.0, -50.0, 6, -1e-9, -1e-9}}) {
+    Vec one = {piv};
+    const State st = run(1, 1, one, diag0 = {4.0}, tolabs, tolratio, State{minratio0});
     EXPECT_EQ(std::tuple(st.ierr, st.ipiv, st.naccept, st.minratio, one[0]),
-              std::tuple(e.ierr, 1, e.ierr ? 0 : 1, e.minratio, e.after))
-        << e.piv;
+              std::tuple(ierr, 1, ierr ? 0 : 1, minratio, after))
+        << piv;
   }
   // A NaN pivot passes both checks; a NaN minratio is replaced by the next ratio (the ratio
   // reads diag0 at the running pivot number, now 2).
