@@ -42,13 +42,17 @@ int oracle(int n, Vec &a, double &dfail) {
   return 0;
 }
 
-// Symmetric positive definite, packed by rows.
+// B*B^T/n + I packed by rows: positive definite, multipliers of order one.
 Vec spd(int n, unsigned seed) {
   std::mt19937_64 rng(seed);
   std::uniform_real_distribution<double> u(-1, 1);
-  Vec a(n * (n + 1) / 2);
+  Vec b(n * n), a(n * (n + 1) / 2, 0.0);
+  for (auto &v : b) v = u(rng);
   for (int i = 1; i <= n; ++i)
-    for (int j = 1; j <= i; ++j) a[at(i, j)] = i == j ? 2.0 + u(rng) : u(rng) / n;
+    for (int j = 1; j <= i; ++j) {
+      for (int m = 0; m < n; ++m) a[at(i, j)] += b[(i - 1) * n + m] * b[(j - 1) * n + m] / n;
+      a[at(i, j)] += i == j ? 1.0 : 0.0;
+    }
   return a;
 }
 

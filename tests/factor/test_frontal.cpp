@@ -90,15 +90,19 @@ auto key(const State &s) {
   return std::tuple(bits(s.minratio), s.ipiv, s.naccept, s.ierr, s.result, s.work1, s.work2);
 }
 
-// A diagonally dominant front (so positive definite) and its diagonal.
+// A positive-definite front B*B^T/n + I/2 (multipliers of order one, so that any change in
+// an order of operations shows in the bits) and its diagonal.
 Vec spd_front(int n, unsigned seed, Vec *diag) {
   std::mt19937_64 rng(seed);
   std::uniform_real_distribution<double> u(-1, 1);
-  Vec f(n * (n + 1) / 2);
+  Vec b(n * n), f(n * (n + 1) / 2, 0.0);
+  for (auto &v : b) v = u(rng);
   diag->assign(n, 0);
   for (int j = 1; j <= n; ++j)
-    for (int i = j; i <= n; ++i)
-      f[fpos(n, i, j)] = i == j ? (*diag)[j - 1] = 2 + u(rng) : u(rng) / n;
+    for (int i = j; i <= n; ++i) {
+      for (int m = 0; m < n; ++m) f[fpos(n, i, j)] += b[(i - 1) * n + m] * b[(j - 1) * n + m] / n;
+      if (i == j) (*diag)[j - 1] = f[fpos(n, i, j)] += 0.5;
+    }
   return f;
 }
 
