@@ -1,11 +1,12 @@
-// Spectral inverse and the scattered-data fit: the cut-off rule, the failure values, the
-// reference LAPACK inverse, reproduction of linear and quadratic fields, rank deficiency, and
-// exactly what the basis evaluator is handed.
+// Spectral inverse and the scattered-data fit: the products it is built from, the cut-off
+// rule, the reference LAPACK inverse, rank deficiency, reproduction of linear and quadratic
+// fields, what the basis evaluator is handed, and the failure values.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "kernels.h"
@@ -18,14 +19,12 @@ using Vec = std::vector<double>;
 
 namespace {
 
-Vec random_symmetric(int n, unsigned seed, double diag) {
+Vec uniform(int count, unsigned seed, double lo = -1, double hi = 1) {
   std::mt19937_64 rng(seed);
-  std::uniform_real_distribution<double> u(-1, 1);
-  Vec a(n * n);
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i <= j; ++i) a[i + j * n] = a[j + i * n] = u(rng);
-  for (int i = 0; i < n; ++i) a[i + i * n] += diag;
-  return a;
+  std::uniform_real_distribution<double> u(lo, hi);
+  Vec v(count);
+  for (auto &x : v) x = u(rng);
+  return v;
 }
 
 Vec product(int n, const Vec &a, const Vec &b) {
@@ -37,10 +36,10 @@ Vec product(int n, const Vec &a, const Vec &b) {
 }
 
 struct Inv {
-  int rc, nzero;
+  qkm_int rc, nzero;
   Vec a, z;
 };
-Inv spectral_inverse(int n, double tol, Vec a) {
+Inv spectral_inverse(qkm_int n, double tol, Vec a) {
   Inv r{0, -99, std::move(a), Vec(std::max(1, n * n), sentinel())};
   Vec work(std::max(1, n * n));
   r.rc = eaxinvs(&n, &tol, r.a.data(), work.data(), r.z.data(), &r.nzero);
@@ -49,308 +48,198 @@ Inv spectral_inverse(int n, double tol, Vec a) {
 
 }  // namespace
 
-TEST(Spectral, ScalarProductOrderAndStrides) {
-  Vec x{1e16, 1.0, -1e16, 3.0}, y{1.0, 1.0, 1.0, 1.0};
-  int n = 4, one = 1, minus = -1, two = 2;
-  // One running sum in ascending order: (((1e16 + 1) - 1e16) + 3) = 3 (the 1 is lost).
-  EXPECT_EQ(eaxscl(&n, x.data(), &one, y.data(), &one), 3.0);
-  n = 0;
-  EXPECT_EQ(eaxscl(&n, x.data(), &one, y.data(), &one), 0.0);
-  n = 3;
-  Vec a{1, 2, 3}, b{10, 20, 30};
-  EXPECT_EQ(eaxscl(&n, a.data(), &minus, b.data(), &one), 3 * 10 + 2 * 20 + 1 * 30.0);
-  Vec c{1, 9, 2, 9, 3};
-  EXPECT_EQ(eaxscl(&n, c.data(), &two, b.data(), &minus), 1 * 30 + 2 * 20 + 3 * 10.0);
-}
-
-TEST(Spectral, ProductsMatchReferenceBlas) {
-  const int m = 7, k = 5, n = 6;
-  Vec a(m * k), b(k * n), c(m * n, sentinel()), ref(m * n);
-  std::mt19937_64 rng(3);
-  std::uniform_real_distribution<double> u(-1, 1);
-  for (auto &v : a) v = u(rng);
-  for (auto &v : b) v = u(rng);
-  eaxmmp(&m, &k, &n, a.data(), b.data(), c.data());
-  const double one = 1.0, zero = 0.0;
-  dgemm_("N", "N", &m, &n, &k, &one, a.data(), &m, b.data(), &k, &zero, ref.data(), &m, 1, 1);
-  for (int i = 0; i < m * n; ++i) EXPECT_NEAR(c[i], ref[i], 1e-14);
+TEST(Spectral, ProductsAndScalarProduct) {
+  // One running sum in ascending order: ((1e16 + 1) - 1e16) + 3 = 3; negative strides start
+  // from the far end.
+  Vec x{1e16, 1.0, -1e16, 3.0}, ones(4, 1.0), a{1, 2, 3}, b{10, 20, 30}, c{1, 9, 2, 9, 3};
+  qkm_int n = 4, zero = 0, three = 3, one = 1, minus = -1, two = 2;
+  EXPECT_EQ(std::tuple(eaxscl(&n, x.data(), &one, ones.data(), &one),
+                       eaxscl(&zero, x.data(), &one, ones.data(), &one),
+                       eaxscl(&three, a.data(), &minus, b.data(), &one),
+                       eaxscl(&three, c.data(), &two, b.data(), &minus)),
+            std::tuple(3.0, 0.0, 3 * 10 + 2 * 20 + 1 * 30.0, 1 * 30 + 2 * 20 + 3 * 10.0));
+  const int m = 7, k = 5, nn = 6, q = 4;
+  const Vec am = uniform(m * k, 1), bm = uniform(k * nn, 2), z = uniform(q * q, 3);
+  const Vec dd{2.0, -0.5, 3.0, 0.25};
+  Vec cm(m * nn, sentinel()), ref(m * nn), w(q * q), cc(q * q);
+  const double done = 1.0, dzero = 0.0;
+  eaxmmp(&m, &k, &nn, am.data(), bm.data(), cm.data());
+  dgemm_("N", "N", &m, &nn, &k, &done, am.data(), &m, bm.data(), &k, &dzero, ref.data(), &m, 1, 1);
+  for (int i = 0; i < m * nn; ++i) EXPECT_NEAR(cm[i], ref[i], 1e-14);
   // ebhpap: work = diag(dd) z^T exactly, c = z diag(dd) z^T.
-  const int q = 4;
-  Vec z(q * q), dd{2.0, -0.5, 3.0, 0.25}, w(q * q), cc(q * q);
-  for (auto &v : z) v = u(rng);
   ebhpap(&q, z.data(), dd.data(), w.data(), cc.data());
-  for (int j = 0; j < q; ++j)
-    for (int kk = 0; kk < q; ++kk) EXPECT_EQ(bits(w[j + kk * q]), bits(z[kk + j * q] * dd[j]));
-  for (int i = 0; i < q; ++i)
-    for (int j = 0; j < q; ++j) {
-      double s = 0;
-      for (int p = 0; p < q; ++p) s += z[i + p * q] * dd[p] * z[j + p * q];
-      EXPECT_NEAR(cc[i + j * q], s, 1e-14);
-    }
-}
-
-TEST(Spectral, InvertibleMatrixGivesTheInverse) {
-  for (int n : {1, 5, 30}) {
-    const Vec a = random_symmetric(n, 90 + n, 4.0);
-    Inv r = spectral_inverse(n, 1e-15, a);
-    ASSERT_EQ(r.rc, 0);
-    EXPECT_EQ(r.nzero, 0);
-    Vec b = a;
-    std::vector<int> ipiv(n);
-    int info = 0, lwork = 64 * n;
-    Vec work(lwork);
-    dgetrf_(&n, &n, b.data(), &n, ipiv.data(), &info);
-    dgetri_(&n, b.data(), &n, ipiv.data(), work.data(), &lwork, &info);
-    for (int i = 0; i < n * n; ++i) EXPECT_NEAR(r.a[i], b[i], 1e-11 * (1 + std::fabs(b[i]))) << n;
-    // z holds the eigenvectors for ascending eigenvalues: A z_1 is the smallest stretch.
-    Vec az = product(n, a, r.z);
-    double n1 = 0, nlast = 0;
-    for (int i = 0; i < n; ++i) {
-      n1 += az[i] * az[i];
-      nlast += az[i + (n - 1) * n] * az[i + (n - 1) * n];
-    }
-    EXPECT_LE(n1, nlast + 1e-12);
+  for (int i = 0; i < q * q; ++i) {
+    EXPECT_EQ(bits(w[i]), bits(z[i / q + i % q * q] * dd[i % q]));
+    double s = 0;
+    for (int p = 0; p < q; ++p) s += z[i % q + p * q] * dd[p] * z[i / q + p * q];
+    EXPECT_NEAR(cc[i], s, 1e-14);
   }
 }
 
-TEST(Spectral, CutOffRuleAndDroppedCount) {
-  // diag(2, 2): thr = 4*tol. At tol = 0.5 the comparison thr >= |d| holds: both dropped.
-  Inv r = spectral_inverse(2, 0.5, Vec{2, 0, 0, 2});
-  EXPECT_EQ(r.rc, 0);
-  EXPECT_EQ(r.nzero, 2);
-  EXPECT_EQ(r.a, (Vec{0, 0, 0, 0}));
-  r = spectral_inverse(2, 0.4999999, Vec{2, 0, 0, 2});
-  EXPECT_EQ(r.nzero, 0);
-  EXPECT_EQ(r.a, (Vec{0.5, 0, 0, 0.5}));
-  // tol = 0: a zero eigenvalue is still dropped, no division by zero.
-  r = spectral_inverse(2, 0.0, Vec{0, 0, 0, 5});
-  EXPECT_EQ(r.nzero, 1);
-  EXPECT_EQ(r.a, (Vec{0, 0, 0, 0.2}));
-  // Both triangles enter the cut-off, only the lower one the eigenproblem: a(1,2) = 100.
-  r = spectral_inverse(2, 0.005, Vec{1, 0, 100, 1});  // thr = 1.02 * 0.5
-  EXPECT_EQ(r.nzero, 0);
-  EXPECT_EQ(r.a, (Vec{1, 0, 0, 1}));
-  r = spectral_inverse(2, 0.01, Vec{1, 0, 100, 1});  // thr = 1.02
-  EXPECT_EQ(r.nzero, 2);
-  // The zero matrix: everything dropped, the result is zero.
-  r = spectral_inverse(6, 1e-3, Vec(36, 0.0));
-  EXPECT_EQ(r.nzero, 6);
-  for (double v : r.a) EXPECT_EQ(v, 0.0);
-}
-
-TEST(Spectral, RankDeficientMatrixGivesThePseudoInverse) {
-  // A = V V^T with V 8 by 3: rank 3, five eigenvalues dropped; A A+ A = A.
-  const int n = 8, k = 3;
-  std::mt19937_64 rng(21);
-  std::uniform_real_distribution<double> u(-1, 1);
-  Vec v(n * k), a(n * n, 0.0);
-  for (auto &x : v) x = u(rng);
-  for (int i = 0; i < n; ++i)
+TEST(Spectral, InverseCutOffAndFailureValues) {
+  for (int n : {1, 5, 30}) {  // against dgetrf/dgetri; z holds ascending eigenpairs
+    Vec a = uniform(n * n, 90 + n), ref(n * n), work(64 * n);
     for (int j = 0; j < n; ++j)
-      for (int p = 0; p < k; ++p) a[i + j * n] += v[i + p * n] * v[j + p * n];
+      for (int i = 0; i <= j; ++i) a[j + i * n] = a[i + j * n] + (i == j ? 4.0 : 0.0);
+    Inv r = spectral_inverse(n, 1e-15, ref = a);
+    ASSERT_EQ(std::tuple(r.rc, r.nzero), std::tuple(0, 0));
+    std::vector<int> ipiv(n);
+    int info = 0, lwork = 64 * n;
+    dgetrf_(&n, &n, ref.data(), &n, ipiv.data(), &info);
+    dgetri_(&n, ref.data(), &n, ipiv.data(), work.data(), &lwork, &info);
+    for (int i = 0; i < n * n; ++i) EXPECT_NEAR(r.a[i], ref[i], 1e-11 * (1 + std::fabs(ref[i])));
+    const Vec az = product(n, a, r.z);
+    double first = 0, last = 0;
+    for (int i = 0; i < n; ++i)
+      first += az[i] * az[i], last += az[n * n - 1 - i] * az[n * n - 1 - i];
+    EXPECT_LE(first, last + 1e-12);
+  }
+  // A = V V^T with V 8 by 3: five eigenvalues dropped, A A+ A = A.
+  const int n = 8;
+  const Vec v = uniform(n * 3, 21);
+  Vec a(n * n, 0.0);
+  for (int i = 0; i < n * n; ++i)
+    for (int p = 0; p < 3; ++p) a[i] += v[i % n + p * n] * v[i / n + p * n];
   Inv r = spectral_inverse(n, 1e-10, a);
-  ASSERT_EQ(r.rc, 0);
-  EXPECT_EQ(r.nzero, n - k);
+  ASSERT_EQ(std::tuple(r.rc, r.nzero), std::tuple(0, n - 3));
   const Vec apa = product(n, product(n, a, r.a), a);
   for (int i = 0; i < n * n; ++i) EXPECT_NEAR(apa[i], a[i], 1e-12);
-}
-
-TEST(Spectral, FailureValues) {
-  // Order above 30: nothing touched.
-  Vec a(31 * 31, sentinel());
-  Inv r = spectral_inverse(31, 1e-6, a);
-  EXPECT_EQ(r.rc, 1);
-  EXPECT_EQ(r.nzero, -1);
-  for (size_t i = 0; i < a.size(); ++i) ASSERT_EQ(bits(r.a[i]), bits(sentinel()));
-  for (double x : r.z) ASSERT_EQ(bits(x), bits(sentinel()));
-  // Order 0: nothing dropped, success.
+  // The threshold is tol times the sum of |a| over both triangles (only the lower one enters
+  // the eigenproblem), |d| <= threshold is dropped, tol 0 still drops a zero eigenvalue.
+  for (const auto &[tol, in, nzero, inv] :
+       {std::tuple<double, Vec, int, Vec>{0.5, {2, 0, 0, 2}, 2, {0, 0, 0, 0}},
+        {0.4999999, {2, 0, 0, 2}, 0, {0.5, 0, 0, 0.5}},
+        {0.0, {0, 0, 0, 5}, 1, {0, 0, 0, 0.2}},
+        {0.005, {1, 0, 100, 1}, 0, {1, 0, 0, 1}},
+        {0.01, {1, 0, 100, 1}, 2, {0, 0, 0, 0}}}) {
+    r = spectral_inverse(2, tol, in);
+    EXPECT_EQ(std::tuple(r.rc, r.nzero, r.a), std::tuple(0, nzero, inv)) << tol;
+  }
+  // Order above 30: nothing touched; order 0: success, nothing dropped; a QL failure: result
+  // 1, the eigenvalue's index in the count.
+  r = spectral_inverse(31, 1e-6, Vec(31 * 31, sentinel()));
+  EXPECT_EQ(std::tuple(r.rc, r.nzero), std::tuple(1, -1));
+  for (const Vec *v : {&r.a, &r.z})
+    for (double x : *v) ASSERT_TRUE(qkm_test::is_sentinel(x));
   r = spectral_inverse(0, 1e-6, Vec{sentinel()});
-  EXPECT_EQ(r.rc, 0);
-  EXPECT_EQ(r.nzero, 0);
-  EXPECT_EQ(bits(r.a[0]), bits(sentinel()));
-  // A QL failure: result 1, the index of the eigenvalue in the count.
-  Vec bad = random_symmetric(4, 5, 1.0);
-  bad[2 + 2 * 4] = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(std::tuple(r.rc, r.nzero, qkm_test::is_sentinel(r.a[0])), std::tuple(0, 0, true));
+  Vec bad = uniform(16, 5);
+  bad[10] = std::numeric_limits<double>::quiet_NaN();
   r = spectral_inverse(4, 1e-6, bad);
-  EXPECT_EQ(r.rc, 1);
-  EXPECT_GE(r.nzero, 1);
-  EXPECT_LE(r.nzero, 4);
+  EXPECT_TRUE(r.rc == 1 && r.nzero >= 1 && r.nzero <= 4) << r.rc << " " << r.nzero;
 }
 
-// ---- the fit -------------------------------------------------------------------------------
 namespace {
 
+// What the basis evaluator was handed: the points in a row, and whether the fixed integers
+// and the one cell held at every call.
 struct Recorder {
-  int calls = 0;
-  int fail_at = -1;       // 1-based call that returns 1
-  int set_ierr = 0;       // written into ierr at every call when non-zero
-  std::vector<Vec> points;
-  std::vector<const double *> cells;
+  int calls = 0, fail_at = -1, set_ierr = 0;  // fail_at: 1-based call that returns 1
+  Vec points;
+  const double *cell = nullptr;
   bool args_ok = true;
-  int degree = 1;         // 1: 1,x,y,z; 2: the ten quadratic monomials
-};
-Recorder g_rec;
+} g_rec;
 
+// The basis 1, x, y, z, x^2, y^2, z^2, xy, yz, zx (then anything).
 qkm_int basis_fn(const qkm_int *a1, const qkm_int *a2, const qkm_int *m, const qkm_int *a4,
                  const qkm_int *a5, const double *p, double *cell, double *vals, qkm_int *ierr) {
   Recorder &r = g_rec;
-  ++r.calls;
-  if (*a1 != 1 || *a2 != 0 || *a4 != 1 || *a5 != 0) r.args_ok = false;
-  r.points.push_back(Vec{p[0], p[1], p[2]});
-  r.cells.push_back(cell);
+  r.args_ok &= *a1 == 1 && *a2 == 0 && *a4 == 1 && *a5 == 0 && (!r.cell || r.cell == cell);
+  r.cell = cell;
+  r.points.insert(r.points.end(), p, p + 3);
   if (r.set_ierr != 0) *ierr = r.set_ierr;
-  if (r.calls == r.fail_at) return 1;
-  const double x = p[0], y = p[1], z = p[2];
-  const double all[10] = {1, x, y, z, x * x, y * y, z * z, x * y, y * z, z * x};
+  if (++r.calls == r.fail_at) return 1;
+  const double x = p[0], y = p[1], z = p[2],
+               all[10] = {1, x, y, z, x * x, y * y, z * z, x * y, y * z, z * x};
   for (int k = 0; k < *m; ++k) vals[k] = k < 10 ? all[k] : std::cos(k * x) + y;
   return 7;  // anything but 1 is success
 }
 
 struct Fit {
-  int rc, ierr;
+  qkm_int rc, ierr;
   double fit;
-  Vec gram, bmat, coef;
+  Vec gram, bmat;
 };
-
-Fit run_fit(int m, const Vec &pts, const Vec &xq, const Vec &vals, const Vec &wts) {
-  const int np = static_cast<int>(wts.size());
-  Fit f{0, -99, sentinel(), Vec(m * m), Vec(np * m), Vec(m)};
-  Vec work(m * m), z(m * m), pvec(m);
-  f.rc = eaxrmc3(&m, &np, pts.data(), xq.data(), vals.data(), &f.fit, basis_fn, f.gram.data(),
-                 work.data(), z.data(), f.bmat.data(), pvec.data(), f.coef.data(), wts.data(),
-                 &f.ierr);
+Fit run_fit(qkm_int m, const Vec &pts, const Vec &xq, const Vec &vals, const Vec &wts,
+            Recorder rec = Recorder()) {
+  g_rec = rec;
+  qkm_int np = static_cast<qkm_int>(wts.size());
+  Fit f{0, -99, sentinel(), Vec(m * m), Vec(np * m)};
+  Vec work(m * m), z(m * m), pvec(m), coef(m);
+  f.rc =
+      eaxrmc3(&m, &np, pts.data(), xq.data(), vals.data(), &f.fit, basis_fn, f.gram.data(),
+              work.data(), z.data(), f.bmat.data(), pvec.data(), coef.data(), wts.data(), &f.ierr);
   return f;
 }
 
+// Points in the cube shift +- scale, two of them at opposite corners: R = scale * sqrt(3).
 Vec cloud(int np, unsigned seed, double scale, double shift) {
-  std::mt19937_64 rng(seed);
-  std::uniform_real_distribution<double> u(-1, 1);
-  Vec p(3 * np);
-  for (auto &v : p) v = shift + scale * u(rng);
+  Vec p = uniform(3 * np, seed, shift - scale, shift + scale);
+  for (int c = 0; c < 3; ++c) p[c] = shift - scale, p[3 + c] = shift + scale;
   return p;
-}
-
-double radius_of(const Vec &pts) {
-  double lo[3], hi[3];
-  for (int c = 0; c < 3; ++c) lo[c] = hi[c] = pts[c];
-  for (size_t i = 3; i < pts.size(); ++i) {
-    lo[i % 3] = std::min(lo[i % 3], pts[i]);
-    hi[i % 3] = std::max(hi[i % 3], pts[i]);
-  }
-  const double dx = hi[0] - lo[0], dy = hi[1] - lo[1], dz = hi[2] - lo[2];
-  return std::max(1.0e-6, 0.5 * std::sqrt(dx * dx + dy * dy + dz * dz));
 }
 
 }  // namespace
 
+// The linear field on a cloud away from the origin (the scaling does not centre it), the
+// quadratic one around the origin; N + 1 evaluations with fixed integers, one cell and the
+// coordinates divided by R; B carries the weights once, gram is the inverse of B^T B.
 TEST(Fit, ReproducesLinearAndQuadraticFields) {
-  // The linear field on a cloud away from the origin (the scaling does not centre it), the
-  // quadratic one on a cloud around it, where its Gram matrix keeps every eigenvalue.
   const int np = 40;
-  const Vec far_pts = cloud(np, 8, 2.0, 5.0), near_pts = cloud(np, 18, 1.0, 0.0);
-  auto lin = [](double x, double y, double z) { return 2.0 - x + 0.5 * y + 3.0 * z; };
-  auto quad = [](double x, double y, double z) {
-    return 1.0 + x * x - 2.0 * y * z + 0.25 * z * z + x;
+  const Vec wts = uniform(np, 9, 0.5, 2.0);
+  auto field = [](int m, const double *p) {
+    const double x = p[0], y = p[1], z = p[2];
+    return m == 4 ? 2.0 - x + 0.5 * y + 3.0 * z : 1.0 + x * x - 2.0 * y * z + 0.25 * z * z + x;
   };
-  std::mt19937_64 rng(9);
-  std::uniform_real_distribution<double> wu(0.5, 2.0);
-  Vec wts(np);
-  for (auto &w : wts) w = wu(rng);
   for (int m : {4, 10}) {
-    const Vec &pts = m == 4 ? far_pts : near_pts;
-    const Vec xq = m == 4 ? Vec{5.3, 4.1, 6.2} : Vec{0.3, -0.1, 0.2};
-    Vec vals(np);
-    for (int i = 0; i < np; ++i) {
-      const double *p = &pts[3 * i];
-      vals[i] = wts[i] * (m == 4 ? lin(p[0], p[1], p[2]) : quad(p[0], p[1], p[2]));
-    }
-    g_rec = Recorder{};
-    Fit f = run_fit(m, pts, xq, vals, wts);
-    ASSERT_EQ(f.rc, 0) << m;
-    EXPECT_EQ(f.ierr, 0) << m;
-    const double want = m == 4 ? lin(xq[0], xq[1], xq[2]) : quad(xq[0], xq[1], xq[2]);
+    const double scale = m == 4 ? 2.0 : 1.0, r = 0.5 * std::sqrt(3 * (2 * scale) * (2 * scale));
+    Vec pts = cloud(np, 8 + m, scale, m == 4 ? 5.0 : 0.0), vals(np), scaled;
+    pts.insert(pts.end(), {m == 4 ? 5.3 : 0.3, m == 4 ? 4.1 : -0.1, m == 4 ? 6.2 : 0.2});
+    for (double v : pts) scaled.push_back(v / r);
+    for (int i = 0; i < np; ++i) vals[i] = wts[i] * field(m, &pts[3 * i]);
+    const Fit f = run_fit(m, pts, Vec(pts.end() - 3, pts.end()), vals, wts);
+    ASSERT_EQ(std::tuple(f.rc, f.ierr), std::tuple(0, 0)) << m;
+    const double want = field(m, &pts[3 * np]);
     EXPECT_NEAR(f.fit, want, 1e-8 * std::fabs(want)) << m;
-    // The evaluator: N + 1 calls, fixed integers, one cell, coordinates divided by R.
-    EXPECT_EQ(g_rec.calls, np + 1);
-    EXPECT_TRUE(g_rec.args_ok);
-    const double r = radius_of(pts);
-    for (int i = 0; i <= np; ++i) {
-      const double *p = i < np ? &pts[3 * i] : xq.data();
-      for (int c = 0; c < 3; ++c) ASSERT_EQ(bits(g_rec.points[i][c]), bits(p[c] / r));
-      EXPECT_EQ(g_rec.cells[i], g_rec.cells[0]);
-    }
-    // B carries the weights once; gram is the inverse of B^T B.
-    for (int i = 0; i < np; ++i)
-      EXPECT_EQ(bits(f.bmat[i + 1 * np]), bits((pts[3 * i] / r) * wts[i]));
+    EXPECT_EQ(std::tuple(g_rec.calls, g_rec.args_ok, g_rec.points),
+              std::tuple(np + 1, true, scaled));
+    for (int i = 0; i < np; ++i) EXPECT_EQ(bits(f.bmat[i + np]), bits(scaled[3 * i] * wts[i]));
     Vec btb(m * m, 0.0);
-    for (int a = 0; a < m; ++a)
-      for (int b = 0; b < m; ++b)
-        for (int i = 0; i < np; ++i) btb[a + b * m] += f.bmat[i + a * np] * f.bmat[i + b * np];
+    for (int a = 0; a < m * m; ++a)
+      for (int i = 0; i < np; ++i) btb[a] += f.bmat[i + a % m * np] * f.bmat[i + a / m * np];
     const Vec id = product(m, f.gram, btb);
-    for (int a = 0; a < m; ++a)
-      for (int b = 0; b < m; ++b) EXPECT_NEAR(id[a + b * m], a == b ? 1.0 : 0.0, 1e-8);
+    for (int a = 0; a < m * m; ++a) EXPECT_NEAR(id[a], a % (m + 1) == 0 ? 1.0 : 0.0, 1e-8);
   }
 }
 
-TEST(Fit, RankDeficiencyIsReportedNotFailed) {
-  // A flat cloud (all z equal) with the basis 1, x, y, z: the z column repeats the constant.
+TEST(Fit, RankDeficiencyAndFailureValues) {
+  // A flat cloud (z = 0.75) with the basis 1, x, y, z: reported in ierr, the fit still right;
+  // the evaluator's write to ierr at the query point does not survive.
   const int np = 12;
-  Vec pts = cloud(np, 4, 1.0, 0.0);
-  for (int i = 0; i < np; ++i) pts[3 * i + 2] = 0.75;
-  Vec vals(np), wts(np, 1.0);
-  for (int i = 0; i < np; ++i) vals[i] = 1.0 + pts[3 * i] - pts[3 * i + 1];
-  g_rec = Recorder{};
-  Fit f = run_fit(4, pts, Vec{0.1, 0.2, 0.75}, vals, wts);
-  EXPECT_EQ(f.rc, 0);
-  EXPECT_GT(f.ierr, 0);
+  Vec pts = cloud(np, 4, 1.0, 0.0), vals(np), wts(np, 1.0);
+  for (int i = 0; i < np; ++i) pts[3 * i + 2] = 0.75, vals[i] = 1.0 + pts[3 * i] - pts[3 * i + 1];
+  const Vec xq{0.1, 0.2, 0.75};
+  Fit f = run_fit(4, pts, xq, vals, wts);
+  EXPECT_TRUE(f.rc == 0 && f.ierr > 0) << f.rc << " " << f.ierr;
   EXPECT_NEAR(f.fit, 1.0 + 0.1 - 0.2, 1e-9);
+  EXPECT_EQ(run_fit(4, pts, xq, vals, wts, Recorder{0, -1, 555}).ierr, f.ierr);
   // Fewer points than basis functions: singular Gram matrix, a fit still comes out.
-  g_rec = Recorder{};
-  Fit g = run_fit(10, cloud(4, 6, 1.0, 0.0), Vec{0, 0, 0}, Vec{1, 2, 3, 4}, Vec(4, 1.0));
-  EXPECT_EQ(g.rc, 0);
-  EXPECT_GE(g.ierr, 6);
-  EXPECT_TRUE(std::isfinite(g.fit));
-  // The evaluator's writes to ierr at the query point do not survive.
-  g_rec = Recorder{};
-  g_rec.set_ierr = 555;
-  Fit h = run_fit(4, pts, Vec{0.1, 0.2, 0.75}, vals, wts);
-  EXPECT_EQ(h.rc, 0);
-  EXPECT_EQ(h.ierr, f.ierr);
-}
-
-TEST(Fit, SinglePointUsesTheRadiusFloor) {
-  g_rec = Recorder{};
-  const Vec p{0.25, -3.0, 7.5};
-  Fit f = run_fit(1, p, Vec{1.0, 1.0, 1.0}, Vec{2.0}, Vec{1.0});
-  EXPECT_EQ(f.rc, 0);
-  ASSERT_EQ(g_rec.calls, 2);
-  for (int c = 0; c < 3; ++c) EXPECT_EQ(bits(g_rec.points[0][c]), bits(p[c] / 1.0e-6));
-  EXPECT_EQ(f.fit, 2.0);  // constant basis: the value itself
-}
-
-TEST(Fit, FailureValues) {
-  const int np = 6;
-  const Vec pts = cloud(np, 2, 1.0, 0.0), vals(np, 1.0), wts(np, 1.0);
-  // The evaluator fails at the third point: result 1, ierr as it left it, no more calls.
-  g_rec = Recorder{};
-  g_rec.fail_at = 3;
-  g_rec.set_ierr = 31;
-  Fit f = run_fit(4, pts, Vec{0, 0, 0}, vals, wts);
-  EXPECT_EQ(f.rc, 1);
-  EXPECT_EQ(f.ierr, 31);
-  EXPECT_EQ(g_rec.calls, 3);
-  EXPECT_EQ(bits(f.fit), bits(sentinel()));
-  // It fails at the query point: fit stays 0.0.
-  g_rec = Recorder{};
-  g_rec.fail_at = np + 1;
-  f = run_fit(4, pts, Vec{0, 0, 0}, vals, wts);
-  EXPECT_EQ(f.rc, 1);
-  EXPECT_EQ(f.fit, 0.0);
-  // 31 basis functions: every point evaluated, then the order is refused.
-  g_rec = Recorder{};
-  f = run_fit(31, pts, Vec{0, 0, 0}, vals, wts);
-  EXPECT_EQ(f.rc, 1);
-  EXPECT_EQ(f.ierr, -1);
-  EXPECT_EQ(g_rec.calls, np);
-  EXPECT_EQ(bits(f.fit), bits(sentinel()));
+  f = run_fit(10, cloud(4, 6, 1.0, 0.0), Vec{0, 0, 0}, Vec{1, 2, 3, 4}, Vec(4, 1.0));
+  EXPECT_TRUE(f.rc == 0 && f.ierr >= 6 && std::isfinite(f.fit)) << f.ierr << " " << f.fit;
+  // A single point: the radius floor 1.0e-6; the constant basis gives the value itself.
+  f = run_fit(1, Vec{0.25, -3.0, 7.5}, Vec{1.0, 1.0, 1.0}, Vec{2.0}, Vec{1.0});
+  EXPECT_EQ(
+      std::tuple(f.rc, f.fit, g_rec.points),
+      std::tuple(0, 2.0, Vec{0.25 / 1e-6, -3.0 / 1e-6, 7.5 / 1e-6, 1 / 1e-6, 1 / 1e-6, 1 / 1e-6}));
+  // The evaluator fails at the third point: result 1, ierr as it left it, no more calls; at
+  // the query point: fit 0.0. 31 basis functions: every point evaluated, then refused.
+  const Vec p6 = cloud(6, 2, 1.0, 0.0), v6(6, 1.0), o{0, 0, 0};
+  f = run_fit(4, p6, o, v6, v6, Recorder{0, 3, 31});
+  EXPECT_EQ(std::tuple(f.rc, f.ierr, g_rec.calls, bits(f.fit)),
+            std::tuple(1, 31, 3, bits(sentinel())));
+  f = run_fit(4, p6, o, v6, v6, Recorder{0, 7});
+  EXPECT_EQ(std::tuple(f.rc, f.fit), std::tuple(1, 0.0));
+  f = run_fit(31, p6, o, v6, v6);
+  EXPECT_EQ(std::tuple(f.rc, f.ierr, g_rec.calls, bits(f.fit)),
+            std::tuple(1, -1, 6, bits(sentinel())));
 }
