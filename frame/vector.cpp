@@ -22,9 +22,18 @@ inline int64_t mirrored_start(int32_t n, int32_t inc) {
 inline int64_t magnitude(int32_t inc) { return inc < 0 ? -static_cast<int64_t>(inc) : inc; }
 
 // ---- y = y + x * a on unit stride ------------------------------------------------------
+// Element-wise loops first step one element at a time until the written vector is 64-byte
+// aligned, so that the wide stores never split a cache line; the order of elements has no
+// effect on the results.
+QKM_INLINE int64_t head_to_align(const double *p, int64_t n) {
+  const int64_t head = static_cast<int64_t>((64 - (reinterpret_cast<uintptr_t>(p) & 63)) & 63) / 8;
+  return head < n ? head : n;
+}
+
 QKM_INLINE void axpy_body(int64_t n, double a, const double *x, double *y) {
   const v8d va = splat8(a);
   int64_t i = 0;
+  for (const int64_t h = head_to_align(y, n); i < h; ++i) y[i] = y[i] + x[i] * a;
   for (; i + 32 <= n; i += 32) {
     const v8d y0 = load8(y + i) + load8(x + i) * va;
     const v8d y1 = load8(y + i + 8) + load8(x + i + 8) * va;
@@ -65,6 +74,7 @@ void unit_axpy(int64_t n, double a, const double *x, double *y) {
 QKM_INLINE void scal_body(int64_t n, double a, double *x) {
   const v8d va = splat8(a);
   int64_t i = 0;
+  for (const int64_t h = head_to_align(x, n); i < h; ++i) x[i] = x[i] * a;
   for (; i + 32 <= n; i += 32) {
     const v8d x0 = load8(x + i) * va;
     const v8d x1 = load8(x + i + 8) * va;
