@@ -1,15 +1,55 @@
 #include "QORCollections.h"
 
-#include <cstring>
 #include <utility>
 
-// Capacities grow by doubling; a count above INT_MAX / 2 is beyond these collections.
+// The three collections share one growable one-based array; the helpers below work on their
+// members. Capacities grow by doubling; a count above INT_MAX / 2 is beyond these collections.
 namespace {
+
 int grown(int capacity, int needed) {
   int c = capacity > 0 ? capacity : 4;
   while (c < needed) c *= 2;
   return c;
 }
+
+template <class T>
+void reserve(T *&data, int size, int &capacity, int wanted) {
+  if (wanted <= capacity) return;
+  T *p = new T[wanted];
+  for (int i = 0; i < size; ++i) p[i] = std::move(data[i]);
+  delete[] data;
+  data = p;
+  capacity = wanted;
+}
+
+template <class T>
+void assign(T *&data, int &size, int &capacity, const T *from, int count) {
+  reserve(data, size, capacity, count);
+  for (int i = 0; i < count; ++i) data[i] = from[i];
+  size = count;
+}
+
+template <class T>
+void append(T *&data, int &size, int &capacity, const T &value) {
+  if (size == capacity) {
+    T copy(value);  // `value` may be an element of this collection
+    reserve(data, size, capacity, grown(capacity, size + 1));
+    data[size++] = std::move(copy);
+    return;
+  }
+  data[size++] = value;
+}
+
+// Element `index` counted from 1; outside the collection, `outside` reset to `empty`.
+template <class T>
+T &element(T *data, int size, T &outside, int index, const T &empty) {
+  if (index < 1 || index > size) {
+    outside = empty;
+    return outside;
+  }
+  return data[index - 1];
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- QORRawCollint
@@ -22,35 +62,15 @@ QORRawCollint::QORRawCollint(const QORRawCollint &other)
   *this = other;
 }
 QORRawCollint &QORRawCollint::operator=(const QORRawCollint &other) {
-  if (this == &other) return *this;
-  RemoveAll();
-  Reserve(other._Size);
-  if (other._Size > 0) std::memcpy(_Data, other._Data, sizeof(int) * other._Size);
-  _Size = other._Size;
+  if (this != &other) assign(_Data, _Size, _Capacity, other._Data, other._Size);
   return *this;
 }
 QORRawCollint::~QORRawCollint() { delete[] _Data; }
-void QORRawCollint::Reserve(int capacity) {
-  if (capacity <= _Capacity) return;
-  int *p = new int[capacity];
-  if (_Size > 0) std::memcpy(p, _Data, sizeof(int) * _Size);
-  delete[] _Data;
-  _Data = p;
-  _Capacity = capacity;
-}
-void QORRawCollint::Append(int value) {
-  if (_Size == _Capacity) Reserve(grown(_Capacity, _Size + 1));
-  _Data[_Size++] = value;
-}
+void QORRawCollint::Reserve(int capacity) { reserve(_Data, _Size, _Capacity, capacity); }
+void QORRawCollint::Append(int value) { append(_Data, _Size, _Capacity, value); }
 int QORRawCollint::Size() const { return _Size; }
 void QORRawCollint::RemoveAll() { _Size = 0; }
-int &QORRawCollint::operator[](int index) {
-  if (index < 1 || index > _Size) {
-    _Outside = 0;
-    return _Outside;
-  }
-  return _Data[index - 1];
-}
+int &QORRawCollint::operator[](int index) { return element(_Data, _Size, _Outside, index, 0); }
 int QORRawCollint::operator[](int index) const {
   return (index < 1 || index > _Size) ? 0 : _Data[index - 1];
 }
@@ -66,34 +86,16 @@ QORRawColldouble::QORRawColldouble(const QORRawColldouble &other)
   *this = other;
 }
 QORRawColldouble &QORRawColldouble::operator=(const QORRawColldouble &other) {
-  if (this == &other) return *this;
-  RemoveAll();
-  Reserve(other._Size);
-  if (other._Size > 0) std::memcpy(_Data, other._Data, sizeof(double) * other._Size);
-  _Size = other._Size;
+  if (this != &other) assign(_Data, _Size, _Capacity, other._Data, other._Size);
   return *this;
 }
 QORRawColldouble::~QORRawColldouble() { delete[] _Data; }
-void QORRawColldouble::Reserve(int capacity) {
-  if (capacity <= _Capacity) return;
-  double *p = new double[capacity];
-  if (_Size > 0) std::memcpy(p, _Data, sizeof(double) * _Size);
-  delete[] _Data;
-  _Data = p;
-  _Capacity = capacity;
-}
-void QORRawColldouble::Append(double value) {
-  if (_Size == _Capacity) Reserve(grown(_Capacity, _Size + 1));
-  _Data[_Size++] = value;
-}
+void QORRawColldouble::Reserve(int capacity) { reserve(_Data, _Size, _Capacity, capacity); }
+void QORRawColldouble::Append(double value) { append(_Data, _Size, _Capacity, value); }
 int QORRawColldouble::Size() const { return _Size; }
 void QORRawColldouble::RemoveAll() { _Size = 0; }
 double &QORRawColldouble::operator[](int index) {
-  if (index < 1 || index > _Size) {
-    _Outside = 0.0;
-    return _Outside;
-  }
-  return _Data[index - 1];
+  return element(_Data, _Size, _Outside, index, 0.0);
 }
 double QORRawColldouble::operator[](int index) const {
   return (index < 1 || index > _Size) ? 0.0 : _Data[index - 1];
@@ -111,28 +113,15 @@ QORListValQORUnicodeString &QORListValQORUnicodeString::operator=(
     const QORListValQORUnicodeString &other) {
   if (this == &other) return *this;
   RemoveAll();
-  Reserve(other._Size);
-  for (int i = 0; i < other._Size; ++i) _Data[i] = other._Data[i];
-  _Size = other._Size;
+  assign(_Data, _Size, _Capacity, other._Data, other._Size);
   return *this;
 }
 QORListValQORUnicodeString::~QORListValQORUnicodeString() { delete[] _Data; }
 void QORListValQORUnicodeString::Reserve(int capacity) {
-  if (capacity <= _Capacity) return;
-  QORUnicodeString *p = new QORUnicodeString[capacity];
-  for (int i = 0; i < _Size; ++i) p[i] = std::move(_Data[i]);
-  delete[] _Data;
-  _Data = p;
-  _Capacity = capacity;
+  reserve(_Data, _Size, _Capacity, capacity);
 }
 void QORListValQORUnicodeString::Append(const QORUnicodeString &value) {
-  if (_Size == _Capacity) {
-    QORUnicodeString copy(value);  // `value` may be an element of this list
-    Reserve(grown(_Capacity, _Size + 1));
-    _Data[_Size++] = std::move(copy);
-    return;
-  }
-  _Data[_Size++] = value;
+  append(_Data, _Size, _Capacity, value);
 }
 int QORListValQORUnicodeString::Size() const { return _Size; }
 void QORListValQORUnicodeString::RemoveAll() {
@@ -140,11 +129,7 @@ void QORListValQORUnicodeString::RemoveAll() {
   _Size = 0;
 }
 QORUnicodeString &QORListValQORUnicodeString::operator[](int index) {
-  if (index < 1 || index > _Size) {
-    _Outside = "";
-    return _Outside;
-  }
-  return _Data[index - 1];
+  return element(_Data, _Size, _Outside, index, QORUnicodeString(""));
 }
 const QORUnicodeString &QORListValQORUnicodeString::operator[](int index) const {
   return (index < 1 || index > _Size) ? _Outside : _Data[index - 1];
