@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/wrap.h"
 #include "QORFortranRT.h"
 #include "frame/simd.h"
 #include "frame/vec.h"
@@ -344,8 +345,7 @@ extern "C" void eagemm(const char *transa, const char *transb, const qkm_int *m,
     const bool zero = *beta == 0.0;
     if (!zero && *beta == 1.0) return;
     if (M == *ldc) {
-      const qkm_int count =
-          static_cast<int32_t>(static_cast<uint32_t>(M) * static_cast<uint32_t>(N));
+      const qkm_int count = qkm::wrap_mul(M, N);
       if (zero)
         e_dzero(&count, c, &one);
       else

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/wrap.h"
 #include "frame/simd.h"
 #include "frame/vec.h"
 #include "kernels.h"
@@ -502,7 +503,7 @@ qkm_int eaxeig(const qkm_int *n, const qkm_int *iorder, double *ap, double *d, d
                double *e, qkm_int *ierr) {
   eaxetr(n, ap, d, e);
   // The count is formed in 32 bits, wrapping.
-  const qkm_int nn = static_cast<qkm_int>(static_cast<uint32_t>(*n) * static_cast<uint32_t>(*n));
+  const qkm_int nn = qkm::wrap_mul(*n, *n);
   const qkm_int one = 1;
   e_dzero(&nn, z, &one);
   if (eaxeql(n, d, e, z, ierr) == 1) return 1;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/write_all.h"
 #include "QORError.h"
 #include "platform/nls.h"
 
@@ -154,14 +155,7 @@ int QORError::GetNLSHelpContext() const { return 0; }
 
 void QORError::Display() const {
   const QORUnicodeString text = GetNLSMessage() + "\n";
-  const char *p = text;
-  size_t left = static_cast<size_t>(text.GetLengthInByte());
-  while (left > 0) {
-    const ssize_t w = ::write(2, p, left);
-    if (w <= 0) break;
-    p += w;
-    left -= static_cast<size_t>(w);
-  }
+  qor::write_all(2, text, static_cast<size_t>(text.GetLengthInByte()));
 }
 void QORError::PrintHistory() const { Display(); }
 

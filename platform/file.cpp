@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/write_all.h"
 #include "QORFile.h"
 #include "platform/fault_injection.h"
 
@@ -103,18 +104,7 @@ int QORFCopy(const QORUnicodeString &from, const QORUnicodeString &to, int overw
       break;
     }
     if (r == 0) break;
-    const char *p = buf;
-    size_t left = static_cast<size_t>(r);
-    while (left > 0) {
-      const ssize_t w = ::write(out, p, left);
-      if (w < 0 && errno == EINTR) continue;
-      if (w <= 0) {
-        status = status_of(w < 0 ? errno : EIO);
-        break;
-      }
-      p += w;
-      left -= static_cast<size_t>(w);
-    }
+    if (const int err = qor::write_all(out, buf, static_cast<size_t>(r))) status = status_of(err);
     if (status != 0) break;
   }
   ::close(in);

@@ -1,3 +1,4 @@
+#include "QORSystem.h"
 #include "platform/nls.h"
 
 #include <dlfcn.h>
@@ -115,7 +116,7 @@ Catalog parse(const std::string &all) {
 
 std::vector<std::string> search_folders() {
   std::vector<std::string> folders;
-  if (const char *env = std::getenv("QOR_MESSAGE_CATALOG_PATH")) {
+  if (const char *env = QORGetEnv("QOR_MESSAGE_CATALOG_PATH")) {
     std::string list = env;
     size_t s = 0;
     while (s <= list.size()) {

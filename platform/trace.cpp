@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/write_all.h"
 #include "platform/text_copy.h"
 #include "QORTrace.h"
 
@@ -22,15 +23,7 @@ std::map<std::string, int> &switches() {
 
 using qor::copy_text;
 
-void write_all(int fd, const char *p, size_t n) {
-  while (n > 0) {
-    const ssize_t w = ::write(fd, p, n);
-    if (w < 0 && errno == EINTR) continue;
-    if (w <= 0) return;
-    p += w;
-    n -= static_cast<size_t>(w);
-  }
-}
+using qor::write_all;
 
 }  // namespace
 
