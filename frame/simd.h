@@ -9,6 +9,8 @@
 #define QKM_TARGET_AVX2 __attribute__((target("avx2")))
 #define QKM_TARGET_AVX512 __attribute__((target("avx512f,avx512dq,avx512vl,avx512bw")))
 #define QKM_INLINE inline __attribute__((always_inline))
+// For lambdas handed to inline helpers: [](v8d v) QKM_INLINE_LAMBDA { ... }
+#define QKM_INLINE_LAMBDA __attribute__((always_inline))
 
 namespace qkm::simd {
 

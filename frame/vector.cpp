@@ -8,6 +8,8 @@
 #include <cstring>
 
 #include "frame/simd.h"
+#include "frame/toolkit.h"
+#include "frame/variant.h"
 #include "frame/vec.h"
 #include "kernels.h"
 
@@ -15,11 +17,8 @@ namespace {
 
 using namespace qkm::vec;
 
-// Offset (in elements) of the first element of a mirrored-start walk.
-inline int64_t mirrored_start(int32_t n, int32_t inc) {
-  return inc < 0 ? (1 - static_cast<int64_t>(n)) * inc : 0;
-}
-inline int64_t magnitude(int32_t inc) { return inc < 0 ? -static_cast<int64_t>(inc) : inc; }
+using qkm::magnitude;
+using qkm::mirrored_start;
 
 // ---- y = y + x * a on unit stride ------------------------------------------------------
 // Element-wise loops first step one element at a time until the written vector is 64-byte
@@ -30,6 +29,7 @@ QKM_INLINE int64_t head_to_align(const double *p, int64_t n) {
   return head < n ? head : n;
 }
 
+template <int L>
 QKM_INLINE void axpy_body(int64_t n, double a, const double *x, double *y) {
   const v8d va = splat8(a);
   int64_t i = 0;
@@ -47,13 +47,7 @@ QKM_INLINE void axpy_body(int64_t n, double a, const double *x, double *y) {
   for (; i + 8 <= n; i += 8) store8(y + i, load8(y + i) + load8(x + i) * va);
   for (; i < n; ++i) y[i] = y[i] + x[i] * a;
 }
-void axpy_base(int64_t n, double a, const double *x, double *y) { axpy_body(n, a, x, y); }
-QKM_TARGET_AVX2 void axpy_avx2(int64_t n, double a, const double *x, double *y) {
-  axpy_body(n, a, x, y);
-}
-QKM_TARGET_AVX512 void axpy_avx512(int64_t n, double a, const double *x, double *y) {
-  axpy_body(n, a, x, y);
-}
+QKM_VARIANTS(void, axpy, (int64_t n, double a, const double *x, double *y), (n, a, x, y))
 
 void unit_axpy(int64_t n, double a, const double *x, double *y) {
   // When y starts inside x a step may read an element that an earlier step wrote: keep the
@@ -63,15 +57,12 @@ void unit_axpy(int64_t n, double a, const double *x, double *y) {
     for (int64_t i = 0; i < n; ++i) y[i] = y[i] + x[i] * a;
     return;
   }
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: axpy_avx512(n, a, x, y); break;
-    case qkm::simd::Avx2: axpy_avx2(n, a, x, y); break;
-    default: axpy_base(n, a, x, y); break;
-  }
+  axpy(n, a, x, y);
 }
 
 // ---- x = x * a on unit stride -----------------------------------------------------------
-QKM_INLINE void scal_body(int64_t n, double a, double *x) {
+template <int L>
+QKM_INLINE void unit_scal_body(int64_t n, double a, double *x) {
   const v8d va = splat8(a);
   int64_t i = 0;
   for (const int64_t h = head_to_align(x, n); i < h; ++i) x[i] = x[i] * a;
@@ -88,62 +79,21 @@ QKM_INLINE void scal_body(int64_t n, double a, double *x) {
   for (; i + 8 <= n; i += 8) store8(x + i, load8(x + i) * va);
   for (; i < n; ++i) x[i] = x[i] * a;
 }
-void scal_base(int64_t n, double a, double *x) { scal_body(n, a, x); }
-QKM_TARGET_AVX2 void scal_avx2(int64_t n, double a, double *x) { scal_body(n, a, x); }
-QKM_TARGET_AVX512 void scal_avx512(int64_t n, double a, double *x) { scal_body(n, a, x); }
-
-void unit_scal(int64_t n, double a, double *x) {
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: scal_avx512(n, a, x); break;
-    case qkm::simd::Avx2: scal_avx2(n, a, x); break;
-    default: scal_base(n, a, x); break;
-  }
-}
+QKM_VARIANTS(void, unit_scal, (int64_t n, double a, double *x), (n, a, x))
 
 // ---- sum of magnitudes on unit stride ---------------------------------------------------
-// Fixed split, the same on every instruction set: 32 partial sums, partial j taking the
-// elements j, j+32, j+64, ... in order, each starting from 0.0. They are combined as four
-// blocks of eight, p[0..7] + p[8..15] and p[16..23] + p[24..31] lane by lane, then those two
-// added lane by lane, then the eight lanes as ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
+// Fixed split, the same on every instruction set: the 32 partial sums of qkm::sum32.
 QKM_INLINE v8d abs8(v8d v) {
   typedef int64_t v8l __attribute__((vector_size(64)));
   const v8l mask = {INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX,
                     INT64_MAX, INT64_MAX, INT64_MAX, INT64_MAX};
   return reinterpret_cast<v8d>(reinterpret_cast<v8l>(v) & mask);
 }
-QKM_INLINE double asum_body(int64_t n, const double *x) {
-  v8d s0 = splat8(0.0), s1 = s0, s2 = s0, s3 = s0;
-  int64_t i = 0;
-  for (; i + 32 <= n; i += 32) {
-    s0 += abs8(load8(x + i));
-    s1 += abs8(load8(x + i + 8));
-    s2 += abs8(load8(x + i + 16));
-    s3 += abs8(load8(x + i + 24));
-  }
-  if (i < n) {
-    // The tail joins the partial sums it belongs to; the missing elements count as +0.0,
-    // which leaves a sum of magnitudes unchanged.
-    double tail[32] = {};
-    std::memcpy(tail, x + i, static_cast<size_t>(n - i) * sizeof(double));
-    s0 += abs8(load8(tail));
-    s1 += abs8(load8(tail + 8));
-    s2 += abs8(load8(tail + 16));
-    s3 += abs8(load8(tail + 24));
-  }
-  const v8d s = (s0 + s1) + (s2 + s3);
-  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+template <int L>
+QKM_INLINE double unit_asum_body(int64_t n, const double *x) {
+  return qkm::sum32(n, [](v8d v) QKM_INLINE_LAMBDA { return abs8(v); }, x);
 }
-double asum_base(int64_t n, const double *x) { return asum_body(n, x); }
-QKM_TARGET_AVX2 double asum_avx2(int64_t n, const double *x) { return asum_body(n, x); }
-QKM_TARGET_AVX512 double asum_avx512(int64_t n, const double *x) { return asum_body(n, x); }
-
-double unit_asum(int64_t n, const double *x) {
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: return asum_avx512(n, x);
-    case qkm::simd::Avx2: return asum_avx2(n, x);
-    default: return asum_base(n, x);
-  }
-}
+QKM_VARIANTS(double, unit_asum, (int64_t n, const double *x), (n, x))
 
 // Clearing for e_dzero and e_izero: n = 0 returns before the stride is read; stride 1 clears
 // the block with memset, the byte count taken from n with its sign (a negative n is not

@@ -1,0 +1,91 @@
+// Layouts, vector stepping and fixed reductions shared by the kernels: one copy of each.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include "frame/simd.h"
+#include "frame/vec.h"
+
+namespace qkm {
+
+// ---- vector stepping --------------------------------------------------------------------
+// Offset (in elements, 0-based) of the first element of a mirrored-start walk, the rule of
+// the public BLAS: a negative stride starts at element 1 + (1 - n) * inc.
+QKM_INLINE int64_t mirrored_start(int32_t n, int32_t inc) {
+  return inc < 0 ? (1 - static_cast<int64_t>(n)) * inc : 0;
+}
+// Magnitude of a stride, for absolute-step addressing (always from element 1).
+QKM_INLINE int64_t magnitude(int32_t inc) { return inc < 0 ? -static_cast<int64_t>(inc) : inc; }
+
+// ---- layouts ----------------------------------------------------------------------------
+// Packed by rows: the lower triangle row after row, a(i,j) (j <= i, both 1-based) at the
+// 0-based position packed_row0(i) + j - 1.
+QKM_INLINE int64_t packed_row0(int64_t i) { return i * (i - 1) / 2; }
+
+// Front of order n, lower triangle by columns with the diagonal first: a(i,j) (i >= j, both
+// 1-based) at the 0-based position front_col0(n, j) + i - 1.
+QKM_INLINE int64_t front_col0(int64_t n, int64_t j) { return (j - 1) * (2 * n - j) / 2; }
+
+// ---- bitwise exchange -------------------------------------------------------------------
+using vec::swap_bits;
+
+// ---- run-time count to template argument ------------------------------------------------
+// Calls f(std::integral_constant<int, r>{}) for r in [Lo, Hi]; nothing when r is outside.
+template <int Lo, int Hi, class F>
+QKM_INLINE void with_count(int r, F &&f) {
+  if constexpr (Lo <= Hi) {
+    if (r == Lo)
+      f(std::integral_constant<int, Lo>{});
+    else
+      with_count<Lo + 1, Hi>(r, static_cast<F &&>(f));
+  }
+}
+
+namespace detail {
+template <class Term, size_t... I>
+QKM_INLINE vec::v8d tail_round(Term &term, const double (*tail)[32], int off,
+                               std::index_sequence<I...>) {
+  return term(vec::load8(tail[I] + off)...);
+}
+}  // namespace detail
+
+// ---- the fixed 32-partial split -----------------------------------------------------------
+// Sum over i in [0, n) of term(p[i]...), split the same way on every instruction set:
+// 32 partial sums, partial q taking the terms q, q+32, q+64, ... in order, each starting from
+// +0.0. The last, incomplete round reads its elements from zero-filled copies, so a missing
+// term is term(+0.0, ...) (+0.0 for the products and magnitudes used here) and changes no
+// partial. The partials are combined as (p[0..7] + p[8..15]) + (p[16..23] + p[24..31]) lane
+// by lane, then the eight lanes as ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
+//
+// term takes one v8d per array and returns the v8d of the eight terms.
+template <class Term, class... P>
+QKM_INLINE double sum32(int64_t n, Term term, const P *...p) {
+  using vec::load8;
+  using vec::v8d;
+  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
+  int64_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    s0 = s0 + term(load8(p + i)...);
+    s1 = s1 + term(load8(p + i + 8)...);
+    s2 = s2 + term(load8(p + i + 16)...);
+    s3 = s3 + term(load8(p + i + 24)...);
+  }
+  if (i < n) {
+    double tail[sizeof...(P)][32] = {};
+    {
+      int t = 0;
+      ((std::memcpy(tail[t++], p + i, static_cast<size_t>(n - i) * sizeof(double))), ...);
+    }
+    s0 = s0 + detail::tail_round(term, tail, 0, std::index_sequence_for<P...>{});
+    s1 = s1 + detail::tail_round(term, tail, 8, std::index_sequence_for<P...>{});
+    s2 = s2 + detail::tail_round(term, tail, 16, std::index_sequence_for<P...>{});
+    s3 = s3 + detail::tail_round(term, tail, 24, std::index_sequence_for<P...>{});
+  }
+  const v8d s = (s0 + s1) + (s2 + s3);
+  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+
+}  // namespace qkm

@@ -1,0 +1,73 @@
+// One mechanism for the instruction-set variants of a kernel.
+//
+// A kernel body is written once, as a template over the level:
+//
+//     template <int L> QKM_INLINE void axpy_body(int64_t n, double a, const double *x, double *y)
+//     { using T = qkm::simd::Traits<L>; ... }
+//
+// and one line stamps out its SSE2, AVX2 and AVX-512 instances and the entry that runs the
+// active one:
+//
+//     QKM_VARIANTS(void, axpy, (int64_t n, double a, const double *x, double *y), (n, a, x, y))
+//
+// defines `void axpy(int64_t n, double a, const double *x, double *y)`. The three instances
+// stand in a constant table indexed by the level; the level is detected once per process
+// (cpuid) and can be lowered by the tests' override.
+//
+// Rules every variant keeps, so that all levels give the baseline's bits:
+//  - Element-wise loops use the fixed 8-wide type (v8d): each lane does exactly the rounded
+//    operations of the scalar statement, so the width changes nothing, and one type keeps one
+//    code shape on every level.
+//  - Reductions whose split is free use a split that does not depend on the width (for
+//    example the 32 partial sums of toolkit.h's Sum32): the level only decides how many of
+//    those partials share a register.
+//  - Every helper reachable from a variant body is QKM_INLINE (always_inline), so that it is
+//    compiled inside each target instance with that instance's instruction set. A helper that
+//    is not inlined would be compiled once, for the baseline, and silently slow the variants.
+//  - No FMA: the whole library is built with -ffp-contract=off, and the target attributes
+//    below do not name fma.
+#pragma once
+
+#include "frame/simd.h"
+#include "frame/vec.h"
+
+namespace qkm::simd {
+
+// Per-level properties of the register file: the natural vector type of the level, its
+// width in doubles, and the register tile of the dense products (rows in vectors x columns).
+template <int L>
+struct Traits;
+template <>
+struct Traits<Base> {
+  using V = vec::v2d;
+  static constexpr int width = 2;
+  static constexpr int tile_rows = 2, tile_cols = 3;  // 16 xmm registers
+};
+template <>
+struct Traits<Avx2> {
+  using V = vec::v4d;
+  static constexpr int width = 4;
+  static constexpr int tile_rows = 2, tile_cols = 3;  // 16 ymm registers
+};
+template <>
+struct Traits<Avx512> {
+  using V = vec::v8d;
+  static constexpr int width = 8;
+  static constexpr int tile_rows = 4, tile_cols = 3;  // 32 zmm registers
+};
+
+}  // namespace qkm::simd
+
+#define QKM_VARIANT_PARAMS_(...) __VA_ARGS__
+
+// Defines `ret name params` running `name##_body<level> args` for the active level.
+#define QKM_VARIANTS(ret, name, params, args)                                                  \
+  static ret name##_l0 params { return name##_body<qkm::simd::Base> args; }                   \
+  QKM_TARGET_AVX2 static ret name##_l1 params { return name##_body<qkm::simd::Avx2> args; }   \
+  QKM_TARGET_AVX512 static ret name##_l2 params {                                              \
+    return name##_body<qkm::simd::Avx512> args;                                                \
+  }                                                                                            \
+  [[maybe_unused]] static ret name params {                                                    \
+    static constexpr ret(*const table[3]) params = {name##_l0, name##_l1, name##_l2};          \
+    return table[qkm::simd::active()] args;                                                    \
+  }
