@@ -40,9 +40,18 @@ inline void *open_or_die(const char *path) {
 inline void *openblas() {
   static void *h = [] {
     setenv("OPENBLAS_NUM_THREADS", "1", 1);
+    // OpenBLAS 0.3.21 does not recognise newer processors and then falls back to its 256-bit
+    // kernels: force its AVX-512 kernels where the processor has them, so that the anchor is
+    // the peer at its best. A value already set in the environment is kept.
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+        __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl"))
+      setenv("OPENBLAS_CORETYPE", "SKYLAKEX", 0);
     void *lib = open_or_die(kOpenBlasPath);
     if (auto set = reinterpret_cast<void (*)(int)>(dlsym(lib, "openblas_set_num_threads")))
       set(1);
+    if (auto core = reinterpret_cast<char *(*)()>(dlsym(lib, "openblas_get_corename")))
+      std::fprintf(stderr, "OpenBLAS kernel: %s (one thread)\n", core());
     return lib;
   }();
   return h;
