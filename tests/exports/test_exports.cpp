@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -63,12 +64,15 @@ TEST(Exports, PlatformLibraryExportsExactlyItsList) {
   expect_same(QKM_PLATFORM_SO, QKM_PLATFORM_LISTS);
 }
 
-TEST(Exports, KernelLibraryHasItsSoname) {
-  FILE *p = popen(("objdump -p '" + std::string(QKM_KERNEL_SO) + "'").c_str(), "r");
-  ASSERT_NE(p, nullptr);
-  std::string all;
-  char buf[4096];
-  while (fgets(buf, sizeof buf, p) != nullptr) all += buf;
-  pclose(p);
-  EXPECT_NE(all.find("SONAME               libQORKYTMathKernel.so.1"), std::string::npos) << all;
+TEST(Exports, LibrariesHaveTheirSonames) {
+  for (const auto &[so, soname] : {std::pair{QKM_KERNEL_SO, "libQORKYTMathKernel.so.1"},
+                                   std::pair{QKM_PLATFORM_SO, "libQORKytPlatform.so.1"}}) {
+    FILE *p = popen(("objdump -p '" + std::string(so) + "'").c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    std::string all;
+    char buf[4096];
+    while (fgets(buf, sizeof buf, p) != nullptr) all += buf;
+    pclose(p);
+    EXPECT_NE(all.find(std::string("SONAME               ") + soname), std::string::npos) << all;
+  }
 }
