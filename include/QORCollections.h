@@ -4,9 +4,10 @@
 #ifndef QORPLATFORM_COLLECTIONS_H
 #define QORPLATFORM_COLLECTIONS_H
 
+#include "QORExport.h"
 #include "QORString.h"
 
-class __attribute__((visibility("default"))) QORRawCollint {
+class QOR_API QORRawCollint {
  public:
   explicit QORRawCollint(int capacity = 0);
   QORRawCollint(const QORRawCollint &other);
@@ -27,7 +28,7 @@ class __attribute__((visibility("default"))) QORRawCollint {
   int _Outside;
 };
 
-class __attribute__((visibility("default"))) QORRawColldouble {
+class QOR_API QORRawColldouble {
  public:
   explicit QORRawColldouble(int capacity = 0);
   QORRawColldouble(const QORRawColldouble &other);
@@ -48,7 +49,7 @@ class __attribute__((visibility("default"))) QORRawColldouble {
   double _Outside;
 };
 
-class __attribute__((visibility("default"))) QORListValQORUnicodeString {
+class QOR_API QORListValQORUnicodeString {
  public:
   QORListValQORUnicodeString();
   QORListValQORUnicodeString(const QORListValQORUnicodeString &other);

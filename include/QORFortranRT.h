@@ -2,13 +2,15 @@
 #ifndef QORKYT_FORTRANRT_H
 #define QORKYT_FORTRANRT_H
 
+#include "QORExport.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* The stop path: writes `length` bytes of `text` and a newline to standard error and ends
    the process with exit status 1. `flags` is the run-time's flags word; it is not used. */
-__attribute__((visibility("default"), noreturn)) void for_stop_core(const char *text,
+QOR_API __attribute__((noreturn)) void for_stop_core(const char *text,
                                                                     int length,
                                                                     long long flags);
 

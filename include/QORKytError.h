@@ -4,16 +4,16 @@
 #ifndef QORKYTMATHKERNEL_ERROR_H
 #define QORKYTMATHKERNEL_ERROR_H
 
+#include "QORExport.h"
 #include "QORCollections.h"
 #include "QORError.h"
 #include "QORKytValue.h"
 #include "QORString.h"
 
-#define QORKYT_API __attribute__((visibility("default")))
 
-class QORKYT_API QORKytError : public QORResourceError {
+class QOR_API QORKytError : public QORResourceError {
  public:
-  class QORKYT_API ThrowSmartPtr : public QORResourceError::ThrowSmartPtr {
+  class QOR_API ThrowSmartPtr : public QORResourceError::ThrowSmartPtr {
    public:
     explicit ThrowSmartPtr(QORKytError *error);
     ~ThrowSmartPtr() override;
@@ -68,7 +68,7 @@ class QORKYT_API QORKytError : public QORResourceError {
 };
 
 // Makers of error objects. Unused parameters are QORKytTypeEncapError::EmptyEncapEr.
-class QORKYT_API QORKytErrorTools {
+class QOR_API QORKytErrorTools {
  public:
   static void Create(const char *text);
   static void CreateError(int code, const char *catalog, QORKytTypeEncapError p1,
@@ -89,7 +89,7 @@ class QORKYT_API QORKytErrorTools {
 };
 
 // QORKytErrorTools::Create(code, p1 ... p9).
-QORKYT_API void CreateKytaniError(int code, QORKytTypeEncapError p1, QORKytTypeEncapError p2,
+QOR_API void CreateKytaniError(int code, QORKytTypeEncapError p1, QORKytTypeEncapError p2,
                                   QORKytTypeEncapError p3, QORKytTypeEncapError p4,
                                   QORKytTypeEncapError p5, QORKytTypeEncapError p6,
                                   QORKytTypeEncapError p7, QORKytTypeEncapError p8,
@@ -97,8 +97,8 @@ QORKYT_API void CreateKytaniError(int code, QORKytTypeEncapError p1, QORKytTypeE
 
 extern "C" {
 // The log callback: sees every printed error and warning (not information). Null: none.
-QORKYT_API void SetErrorLog(void (*callback)(QORKytError *));
-QORKYT_API void GetErrorLog(void **callback);
+QOR_API void SetErrorLog(void (*callback)(QORKytError *));
+QOR_API void GetErrorLog(void **callback);
 }
 
 #endif

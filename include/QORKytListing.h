@@ -6,35 +6,35 @@
 #ifndef QORKYTMATHKERNEL_LISTING_H
 #define QORKYTMATHKERNEL_LISTING_H
 
+#include "QORExport.h"
 #include <stddef.h>
 
 #include "QORString.h"
 #include "QORTrace.h"
 
-#define QORKYT_API __attribute__((visibility("default")))
 
 // The ten traces of the library, made at load. Only Tra_KYTPrint is written by the library.
-extern QORKYT_API QORTrace Tra_KYTPrint;        // "KYTPrint"
-extern QORKYT_API QORTrace Tra_KYTCompute;      // "KYTCompute"
-extern QORKYT_API QORTrace Tra_KYTDefine;       // "KYTDefine"
-extern QORKYT_API QORTrace Tra_KYTStorage;      // "KYTStorage"
-extern QORKYT_API QORTrace Tra_KYTAcquire;      // "KYTAcquire"
-extern QORKYT_API QORTrace Tra_KYTOutput;       // "KYTOutput"
-extern QORKYT_API QORTrace Tra_KYTInfra;        // "KYTInfra"
-extern QORKYT_API QORTrace Tra_KYTStorageLink;  // "KYTStorageLink"
-extern QORKYT_API QORTrace Tra_KYTError;        // "KYTError"
-extern QORKYT_API QORTrace Tra_KYTCpuElapse;    // "KYTCpuElapse"
+extern QOR_API QORTrace Tra_KYTPrint;        // "KYTPrint"
+extern QOR_API QORTrace Tra_KYTCompute;      // "KYTCompute"
+extern QOR_API QORTrace Tra_KYTDefine;       // "KYTDefine"
+extern QOR_API QORTrace Tra_KYTStorage;      // "KYTStorage"
+extern QOR_API QORTrace Tra_KYTAcquire;      // "KYTAcquire"
+extern QOR_API QORTrace Tra_KYTOutput;       // "KYTOutput"
+extern QOR_API QORTrace Tra_KYTInfra;        // "KYTInfra"
+extern QOR_API QORTrace Tra_KYTStorageLink;  // "KYTStorageLink"
+extern QOR_API QORTrace Tra_KYTError;        // "KYTError"
+extern QOR_API QORTrace Tra_KYTCpuElapse;    // "KYTCpuElapse"
 
 // Switches the trace called `name` on (1) or off (0).
-QORKYT_API void QORKYTTraceState(const char *name, int state);
+QOR_API void QORKYTTraceState(const char *name, int state);
 
 // Sets the traces of a solver run and opens the listing in the folder named by the
 // environment variable ZMR_QST_OUT (no listing when it is not set).
-QORKYT_API void SetKytTraces();
+QOR_API void SetKytTraces();
 
 // The listing file. Statuses: 0 success, 0x80070057 empty folder, 0x80070050 the target
 // file exists, else the failing platform call's negative status.
-class QORKYT_API QORKytListingServices {
+class QOR_API QORKytListingServices {
  public:
   // Opens the listing in `directory`, or moves the open one there, text included.
   static int Set(const QORUnicodeString &directory);

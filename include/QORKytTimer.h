@@ -2,12 +2,13 @@
 #ifndef QORKYT_TIMER_H
 #define QORKYT_TIMER_H
 
+#include "QORExport.h"
 #include <sys/time.h>
 #include <sys/times.h>
 
 // Sums processor time (user and system, the waited-for children included) and wall-clock
 // time over any number of Start/Stop laps. For one thread.
-class __attribute__((visibility("default"))) QORKytTimer {
+class QOR_API QORKytTimer {
  public:
   QORKytTimer();
   ~QORKytTimer();
@@ -36,6 +37,6 @@ class __attribute__((visibility("default"))) QORKytTimer {
 // Allocates (new[], 80 bytes, owned by the caller) and fills the text
 // "Year : YYYY Day : DDD Hour : HH h MM m SS s" of the current local time.
 // Writes into the shared result of localtime: not for concurrent use with it.
-__attribute__((visibility("default"))) void KytGetDate(char *&text);
+QOR_API void KytGetDate(char *&text);
 
 #endif

@@ -3,10 +3,10 @@
 #ifndef QORKYTMATHKERNEL_VALUE_H
 #define QORKYTMATHKERNEL_VALUE_H
 
+#include "QORExport.h"
 #include "QORCollections.h"
 #include "QORString.h"
 
-#define QORKYT_API __attribute__((visibility("default")))
 
 enum QORKytValue {
   QORKytValueInteger4,
@@ -60,30 +60,30 @@ enum QORKytPreproCategory {
 
 // Names. The argument indexes the table directly: a value outside the enumeration is the
 // caller's mistake.
-QORKYT_API const char *QORKytEnumString(QORKytValue value);
-QORKYT_API const char *QORKytMatrixTypeName(QORKytMatrixType value);
-QORKYT_API const char *QORKytMatrixPropertyName(QORKytMatrixProperty value);
-QORKYT_API const char *QORKytMatrixShapeName(QORKytMatrixShape value);
-QORKYT_API const char *QORKytMatrixStorageTypeName(QORKytMatrixStorageType value);
-QORKYT_API const char *QORKytEnumString(QORKytPreproCategory value);
-QORKYT_API const char *QORKytPreproCategoryName(QORKytPreproCategory value);  // display name
+QOR_API const char *QORKytEnumString(QORKytValue value);
+QOR_API const char *QORKytMatrixTypeName(QORKytMatrixType value);
+QOR_API const char *QORKytMatrixPropertyName(QORKytMatrixProperty value);
+QOR_API const char *QORKytMatrixShapeName(QORKytMatrixShape value);
+QOR_API const char *QORKytMatrixStorageTypeName(QORKytMatrixStorageType value);
+QOR_API const char *QORKytEnumString(QORKytPreproCategory value);
+QOR_API const char *QORKytPreproCategoryName(QORKytPreproCategory value);  // display name
 
 // 0 when `name` is the name of a member (the "Last" one excepted), 0x80004005 otherwise.
 // The enumeration argument is neither read nor written.
-QORKYT_API int QORKytValueEnum(QORUnicodeString name, QORKytValue value);
-QORKYT_API int QORKytMatrixTypeEnum(QORUnicodeString name, QORKytMatrixType value);
-QORKYT_API int QORKytMatrixPropertyEnum(QORUnicodeString name, QORKytMatrixProperty value);
-QORKYT_API int QORKytMatrixShapeEnum(QORUnicodeString name, QORKytMatrixShape value);
-QORKYT_API int QORKytMatrixStorageTypeEnum(QORUnicodeString name,
+QOR_API int QORKytValueEnum(QORUnicodeString name, QORKytValue value);
+QOR_API int QORKytMatrixTypeEnum(QORUnicodeString name, QORKytMatrixType value);
+QOR_API int QORKytMatrixPropertyEnum(QORUnicodeString name, QORKytMatrixProperty value);
+QOR_API int QORKytMatrixShapeEnum(QORUnicodeString name, QORKytMatrixShape value);
+QOR_API int QORKytMatrixStorageTypeEnum(QORUnicodeString name,
                                            QORKytMatrixStorageType value);
 
 // Size in bytes of a value of that kind (0 outside the table), and the kind it points to
 // (QORKytValueLast for kinds that are no pointers).
-QORKYT_API int GetKytaniSizeOf(QORKytValue value);
-QORKYT_API QORKytValue GetPointedType(QORKytValue value);
+QOR_API int GetKytaniSizeOf(QORKytValue value);
+QOR_API QORKytValue GetPointedType(QORKytValue value);
 
 // The kinds and properties of one matrix version.
-class QORKYT_API QORKytMatrixVersion {
+class QOR_API QORKytMatrixVersion {
  public:
   QORKytMatrixVersion();
   QORKytMatrixVersion(QORKytMatrixVersion &other);
@@ -100,7 +100,7 @@ class QORKYT_API QORKytMatrixVersion {
 // A value and its kind. Only a string (kind QORKytValueString) owns memory: a private copy
 // of the text. The pointer kinds hold the address of the caller's pointer variable, which
 // must outlive the object. Kind QORKytValueLast with a zero value is the empty state.
-class QORKYT_API QORKytTypeEncap {
+class QOR_API QORKytTypeEncap {
  public:
   QORKytTypeEncap();
   QORKytTypeEncap(const QORKytTypeEncap &other);
@@ -135,7 +135,7 @@ class QORKYT_API QORKytTypeEncap {
 };
 
 // A message parameter: an integer, a real or a text.
-class QORKYT_API QORKytTypeEncapError : public QORKytTypeEncap {
+class QOR_API QORKytTypeEncapError : public QORKytTypeEncap {
  public:
   QORKytTypeEncapError();
   QORKytTypeEncapError(const QORKytTypeEncapError &other);
@@ -153,7 +153,7 @@ class QORKYT_API QORKytTypeEncapError : public QORKytTypeEncap {
 };
 
 // A typed pointer variable handed to the memory manager.
-class QORKYT_API QORKytTypeEncapMemory : public QORKytTypeEncap {
+class QOR_API QORKytTypeEncapMemory : public QORKytTypeEncap {
  public:
   QORKytTypeEncapMemory();
   QORKytTypeEncapMemory(const QORKytTypeEncapMemory &other);

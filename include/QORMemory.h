@@ -3,6 +3,7 @@
 #ifndef QORKYT_MEMORY_H
 #define QORKYT_MEMORY_H
 
+#include "QORExport.h"
 #include <stddef.h>
 
 #ifdef __cplusplus
@@ -10,11 +11,11 @@ extern "C" {
 #endif
 
 /* A block of `size` bytes, not cleared, or a null pointer. */
-__attribute__((visibility("default"))) void *QORUnsecuredMemAlloc(size_t size);
+QOR_API void *QORUnsecuredMemAlloc(size_t size);
 
 /* `block` resized to `size` bytes (a null block is a new one); the block may move. Null on
    failure, the old block then left as it was. */
-__attribute__((visibility("default"))) void *QORUnsecuredMemRealloc(void *block, size_t size);
+QOR_API void *QORUnsecuredMemRealloc(void *block, size_t size);
 
 #ifdef __cplusplus
 }

@@ -6,9 +6,10 @@
 #ifndef QORPLATFORM_STRING_H
 #define QORPLATFORM_STRING_H
 
+#include "QORExport.h"
 #include <stddef.h>
 
-class __attribute__((visibility("default"))) QORUnicodeString {
+class QOR_API QORUnicodeString {
  public:
   QORUnicodeString();
   QORUnicodeString(const char *text);               // null gives an empty string
@@ -45,7 +46,7 @@ class __attribute__((visibility("default"))) QORUnicodeString {
   size_t _Length;
 };
 
-class __attribute__((visibility("default"))) QORString {
+class QOR_API QORString {
  public:
   QORString();
   QORString(const char *text);

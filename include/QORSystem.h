@@ -2,12 +2,14 @@
 #ifndef QORKYT_SYSTEM_H
 #define QORKYT_SYSTEM_H
 
+#include "QORExport.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* The value of environment variable `name`, or a null pointer when it is not set. */
-__attribute__((visibility("default"))) const char *QORGetEnv(const char *name);
+QOR_API const char *QORGetEnv(const char *name);
 
 #ifdef __cplusplus
 }
@@ -18,7 +20,7 @@ __attribute__((visibility("default"))) const char *QORGetEnv(const char *name);
 
 /* The login name of the user, terminated, in at most `size` bytes. 0 on success, negative
    when it cannot be found or does not fit. */
-__attribute__((visibility("default"))) int QORGetLoginName(char *buffer, int size);
+QOR_API int QORGetLoginName(char *buffer, int size);
 
 /* What QORGetSystemInfo reports; the host name comes first. */
 struct QORSystemInfo {
@@ -30,10 +32,10 @@ struct QORSystemInfo {
 };
 
 /* Fills `info`. 0 on success, negative on failure (then `info` is cleared). */
-__attribute__((visibility("default"))) int QORGetSystemInfo(QORSystemInfo *info);
+QOR_API int QORGetSystemInfo(QORSystemInfo *info);
 
 /* A moment in local time. */
-class __attribute__((visibility("default"))) QORTime {
+class QOR_API QORTime {
  public:
   QORTime();  // now
   explicit QORTime(time_t seconds);
@@ -47,7 +49,7 @@ class __attribute__((visibility("default"))) QORTime {
 };
 
 /* A random (version 4) UUID, made at construction. */
-class __attribute__((visibility("default"))) QORUuid {
+class QOR_API QORUuid {
  public:
   QORUuid();
   /* Writes the text form (36 characters, lower-case hex with dashes), cut to `size`

@@ -15,10 +15,10 @@
 #ifndef QORKYTMATHKERNEL_KERNELS_H
 #define QORKYTMATHKERNEL_KERNELS_H
 
+#include "QORExport.h"
 #include <stddef.h>
 #include <stdint.h>
 
-#define QKM_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
 extern "C" {
