@@ -16,35 +16,17 @@
 //    order, and the update of a column is element-wise.
 #include <cmath>
 #include <cstdint>
-#include <cstring>
+#include <type_traits>
 
+#include "frame/toolkit.h"
+#include "frame/variant.h"
 #include "frame/wrap.h"
-#include "frame/simd.h"
-#include "frame/vec.h"
 #include "kernels.h"
 
 namespace {
 
 using namespace qkm::vec;
-
-
-// Lane vectors for the inner products: eight lanes with AVX-512, four with AVX2, two with SSE2.
-// Lanes are independent sums, so the width does not change any result.
-template <class V>
-struct Lanes {
-  static constexpr int W = sizeof(V) / sizeof(double);
-  static QKM_INLINE V load(const double *p) {
-    V v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-  }
-  static QKM_INLINE void store(double *p, V v) { std::memcpy(p, &v, sizeof v); }
-  static QKM_INLINE V splat(double a) {
-    V v;
-    for (int i = 0; i < W; ++i) v[i] = a;
-    return v;
-  }
-};
+using qkm::packed_row0;
 
 QKM_INLINE void transpose(v2d r[2]) {
   const v2d c0 = __builtin_shufflevector(r[0], r[1], 0, 2);
@@ -62,9 +44,6 @@ QKM_INLINE void transpose(v4d r[4]) {
   r[2] = __builtin_shufflevector(s0, s2, 2, 3, 6, 7);
   r[3] = __builtin_shufflevector(s1, s3, 2, 3, 6, 7);
 }
-
-// Position (0-based) of the start of row i (1-based) of a matrix packed by rows.
-inline int64_t row0(int64_t i) { return i * (i - 1) / 2; }
 
 // In-register transpose of eight vectors: on return r[t][q] holds the old r[q][t].
 QKM_INLINE void transpose(v8d r[8]) {
@@ -89,52 +68,54 @@ QKM_INLINE void transpose(v8d r[8]) {
 
 // ---- reduction: e(j) = (sum over k of A(j,k) u(k)) * rh for j = 1..l ----------------------
 // A is the leading l by l block of the packed matrix a, u = d(1..l). Each p is one ascending
-// sum starting from 0.0; W rows run side by side, one per lane.
-template <class V>
+// sum starting from 0.0; W rows run side by side, one per lane. At most four: the AVX-512
+// instance keeps the four-row step of AVX2.
+template <int L>
 QKM_INLINE void tr_matvec_body(int64_t l, const double *a, const double *u, double rh,
                                double *e) {
-  using L = Lanes<V>;
-  constexpr int W = L::W;
+  using V = std::conditional_t<(qkm::simd::Traits<L>::width > 4), v4d,
+                               typename qkm::simd::Traits<L>::V>;
+  constexpr int W = lanes<V>;
   int64_t j0 = 1;
   for (; j0 + W - 1 <= l; j0 += W) {
-    V acc = L::splat(0.0);
+    V acc = vsplat<V>(0.0);
     // k below the block: A(j,k) along row j; W rows read contiguously, then transposed.
     int64_t k = 1;
     for (; k + W - 1 < j0; k += W) {
       V r[W];
-      for (int t = 0; t < W; ++t) r[t] = L::load(a + row0(j0 + t) + k - 1);
+      for (int t = 0; t < W; ++t) r[t] = vload<V>(a + packed_row0(j0 + t) + k - 1);
       transpose(r);
-      for (int q = 0; q < W; ++q) acc = acc + r[q] * L::splat(u[k - 1 + q]);
+      for (int q = 0; q < W; ++q) acc = acc + r[q] * vsplat<V>(u[k - 1 + q]);
     }
     for (; k < j0; ++k) {
       V c;
-      for (int t = 0; t < W; ++t) c[t] = a[row0(j0 + t) + k - 1];
-      acc = acc + c * L::splat(u[k - 1]);
+      for (int t = 0; t < W; ++t) c[t] = a[packed_row0(j0 + t) + k - 1];
+      acc = acc + c * vsplat<V>(u[k - 1]);
     }
     // k inside the block: along the row up to the diagonal, then down the column.
     for (; k < j0 + W; ++k) {
       V c;
       for (int t = 0; t < W; ++t) {
         const int64_t j = j0 + t;
-        c[t] = k <= j ? a[row0(j) + k - 1] : a[row0(k) + j - 1];
+        c[t] = k <= j ? a[packed_row0(j) + k - 1] : a[packed_row0(k) + j - 1];
       }
-      acc = acc + c * L::splat(u[k - 1]);
+      acc = acc + c * vsplat<V>(u[k - 1]);
     }
     // k above the block: A(k,j) for the W values of j are contiguous in row k.
-    for (; k <= l; ++k) acc = acc + L::load(a + row0(k) + j0 - 1) * L::splat(u[k - 1]);
-    L::store(e + j0 - 1, acc * L::splat(rh));
+    for (; k <= l; ++k) acc = acc + vload<V>(a + packed_row0(k) + j0 - 1) * vsplat<V>(u[k - 1]);
+    vstore(e + j0 - 1, acc * vsplat<V>(rh));
   }
   for (; j0 <= l; ++j0) {
     double p = 0.0;
-    const double *rj = a + row0(j0);
+    const double *rj = a + packed_row0(j0);
     for (int64_t k = 1; k <= j0; ++k) p = p + rj[k - 1] * u[k - 1];
-    for (int64_t k = j0 + 1; k <= l; ++k) p = p + a[row0(k) + j0 - 1] * u[k - 1];
+    for (int64_t k = j0 + 1; k <= l; ++k) p = p + a[packed_row0(k) + j0 - 1] * u[k - 1];
     e[j0 - 1] = p * rh;
   }
 }
 
 // Row j (length j): a(k) = a(k) - e(k)*f - d(k)*g, element by element.
-QKM_INLINE void tr_update_body(int64_t j, double *row, const double *e, const double *d,
+QKM_INLINE void row_update(int64_t j, double *row, const double *e, const double *d,
                                double f, double g) {
   const v8d vf = splat8(f), vg = splat8(g);
   int64_t k = 0;
@@ -143,38 +124,21 @@ QKM_INLINE void tr_update_body(int64_t j, double *row, const double *e, const do
   for (; k < j; ++k) row[k] = (row[k] - e[k] * f) - d[k] * g;
 }
 
-QKM_INLINE void tr_update_all_body(int64_t l, double *a, double *e, const double *d,
+template <int L>
+QKM_INLINE void tr_update_body(int64_t l, double *a, double *e, const double *d,
                                    double hh) {
   for (int64_t j = 1; j <= l; ++j) {
     const double f = d[j - 1];
     e[j - 1] = e[j - 1] - hh * d[j - 1];
     const double g = e[j - 1];
-    tr_update_body(j, a + row0(j), e, d, f, g);
+    row_update(j, a + packed_row0(j), e, d, f, g);
   }
 }
 
-void tr_matvec_base(int64_t l, const double *a, const double *u, double rh, double *e) {
-  tr_matvec_body<v2d>(l, a, u, rh, e);
-}
-QKM_TARGET_AVX2 void tr_matvec_avx2(int64_t l, const double *a, const double *u, double rh,
-                                    double *e) {
-  tr_matvec_body<v4d>(l, a, u, rh, e);
-}
-QKM_TARGET_AVX512 void tr_matvec_avx512(int64_t l, const double *a, const double *u, double rh,
-                                        double *e) {
-  tr_matvec_body<v4d>(l, a, u, rh, e);
-}
-void tr_update_base(int64_t l, double *a, double *e, const double *d, double hh) {
-  tr_update_all_body(l, a, e, d, hh);
-}
-QKM_TARGET_AVX2 void tr_update_avx2(int64_t l, double *a, double *e, const double *d,
-                                    double hh) {
-  tr_update_all_body(l, a, e, d, hh);
-}
-QKM_TARGET_AVX512 void tr_update_avx512(int64_t l, double *a, double *e, const double *d,
-                                        double hh) {
-  tr_update_all_body(l, a, e, d, hh);
-}
+QKM_VARIANTS(void, tr_matvec, (int64_t l, const double *a, const double *u, double rh, double *e),
+             (l, a, u, rh, e))
+QKM_VARIANTS(void, tr_update, (int64_t l, double *a, double *e, const double *d, double hh),
+             (l, a, e, d, hh))
 
 // ---- QL: apply a buffered run of rotations -----------------------------------------------
 // Rotation r (0-based) acts on columns i = ihi - r and i + 1 (1-based), with c[r] and s[r]:
@@ -194,64 +158,55 @@ QKM_INLINE void rot_rows_scalar(int64_t k0, int64_t k1, int64_t n, double *z, in
   }
 }
 
-template <class V>
+template <int L>
 QKM_INLINE void rot_body(int64_t n, double *z, int64_t ihi, int cnt, const double *c,
                          const double *s) {
-  using L = Lanes<V>;
-  constexpr int W = L::W;
+  using V = typename qkm::simd::Traits<L>::V;
+  constexpr int W = qkm::simd::Traits<L>::width;
   int64_t k = 0;
   for (; k + 4 * W <= n; k += 4 * W) {
     double *zk = z + k;
     const double *top = zk + ihi * n;
-    V x0 = L::load(top), x1 = L::load(top + W), x2 = L::load(top + 2 * W),
-      x3 = L::load(top + 3 * W);
+    V x0 = vload<V>(top), x1 = vload<V>(top + W), x2 = vload<V>(top + 2 * W),
+      x3 = vload<V>(top + 3 * W);
     for (int r = 0; r < cnt; ++r) {
       const int64_t i = ihi - r;
-      const V vc = L::splat(c[r]), vs = L::splat(s[r]);
+      const V vc = vsplat<V>(c[r]), vs = vsplat<V>(s[r]);
       double *yi = zk + (i - 1) * n, *xi = zk + i * n;
-      const V y0 = L::load(yi), y1 = L::load(yi + W), y2 = L::load(yi + 2 * W),
-              y3 = L::load(yi + 3 * W);
-      L::store(xi, vc * x0 + vs * y0);
-      L::store(xi + W, vc * x1 + vs * y1);
-      L::store(xi + 2 * W, vc * x2 + vs * y2);
-      L::store(xi + 3 * W, vc * x3 + vs * y3);
+      const V y0 = vload<V>(yi), y1 = vload<V>(yi + W), y2 = vload<V>(yi + 2 * W),
+              y3 = vload<V>(yi + 3 * W);
+      vstore(xi, vc * x0 + vs * y0);
+      vstore(xi + W, vc * x1 + vs * y1);
+      vstore(xi + 2 * W, vc * x2 + vs * y2);
+      vstore(xi + 3 * W, vc * x3 + vs * y3);
       x0 = y0 * vc - x0 * vs;
       x1 = y1 * vc - x1 * vs;
       x2 = y2 * vc - x2 * vs;
       x3 = y3 * vc - x3 * vs;
     }
     double *zl = zk + (ihi - cnt) * n;
-    L::store(zl, x0);
-    L::store(zl + W, x1);
-    L::store(zl + 2 * W, x2);
-    L::store(zl + 3 * W, x3);
+    vstore(zl, x0);
+    vstore(zl + W, x1);
+    vstore(zl + 2 * W, x2);
+    vstore(zl + 3 * W, x3);
   }
   for (; k + W <= n; k += W) {
     double *zk = z + k;
-    V x0 = L::load(zk + ihi * n);
+    V x0 = vload<V>(zk + ihi * n);
     for (int r = 0; r < cnt; ++r) {
       const int64_t i = ihi - r;
-      const V vc = L::splat(c[r]), vs = L::splat(s[r]);
-      const V y0 = L::load(zk + (i - 1) * n);
-      L::store(zk + i * n, vc * x0 + vs * y0);
+      const V vc = vsplat<V>(c[r]), vs = vsplat<V>(s[r]);
+      const V y0 = vload<V>(zk + (i - 1) * n);
+      vstore(zk + i * n, vc * x0 + vs * y0);
       x0 = y0 * vc - x0 * vs;
     }
-    L::store(zk + (ihi - cnt) * n, x0);
+    vstore(zk + (ihi - cnt) * n, x0);
   }
   rot_rows_scalar(k, n, n, z, ihi, cnt, c, s);
 }
 
-void rot_base(int64_t n, double *z, int64_t ihi, int cnt, const double *c, const double *s) {
-  rot_body<v2d>(n, z, ihi, cnt, c, s);
-}
-QKM_TARGET_AVX2 void rot_avx2(int64_t n, double *z, int64_t ihi, int cnt, const double *c,
-                              const double *s) {
-  rot_body<v4d>(n, z, ihi, cnt, c, s);
-}
-QKM_TARGET_AVX512 void rot_avx512(int64_t n, double *z, int64_t ihi, int cnt, const double *c,
-                                  const double *s) {
-  rot_body<v8d>(n, z, ihi, cnt, c, s);
-}
+QKM_VARIANTS(void, rot, (int64_t n, double *z, int64_t ihi, int cnt, const double *c, const double *s),
+             (n, z, ihi, cnt, c, s))
 
 // ---- back-transformation -------------------------------------------------------------------
 // All reflectors, i = 3..n ascending, applied to columns [c0, c0+nc) of z. For each column:
@@ -263,33 +218,33 @@ QKM_INLINE void col_update(int64_t l, double *zc, const double *u, double s) {
   for (; k < l; ++k) zc[k] = zc[k] + u[k] * s;
 }
 
-template <class V>
+template <int L>
 QKM_INLINE void evp_block_body(int64_t n, const double *a, double *z, int64_t c0, int64_t nc) {
-  using L = Lanes<V>;
-  constexpr int W = L::W;
+  using V = typename qkm::simd::Traits<L>::V;
+  constexpr int W = qkm::simd::Traits<L>::width;
   for (int64_t i = 3; i <= n; ++i) {
     const int64_t l = i - 1;
-    const double *u = a + row0(i);
+    const double *u = a + packed_row0(i);
     const double h = u[i - 1];
     if (h == 0.0) continue;
     const double w = -1.0 / h;
     int64_t c = c0;
     for (; c + W <= c0 + nc; c += W) {
       double *zc = z + c * n;
-      V acc = L::splat(0.0);
+      V acc = vsplat<V>(0.0);
       int64_t k = 0;
       for (; k + W <= l; k += W) {
         V r[W];
-        for (int t = 0; t < W; ++t) r[t] = L::load(zc + t * n + k);
+        for (int t = 0; t < W; ++t) r[t] = vload<V>(zc + t * n + k);
         transpose(r);
-        for (int q = 0; q < W; ++q) acc = acc + r[q] * L::splat(u[k + q]);
+        for (int q = 0; q < W; ++q) acc = acc + r[q] * vsplat<V>(u[k + q]);
       }
       for (; k < l; ++k) {
         V v;
         for (int t = 0; t < W; ++t) v[t] = zc[t * n + k];
-        acc = acc + v * L::splat(u[k]);
+        acc = acc + v * vsplat<V>(u[k]);
       }
-      acc = acc * L::splat(w);
+      acc = acc * vsplat<V>(w);
       for (int t = 0; t < W; ++t) col_update(l, zc + t * n, u, acc[t]);
     }
     for (; c < c0 + nc; ++c) {
@@ -305,16 +260,12 @@ QKM_INLINE void evp_block_body(int64_t n, const double *a, double *z, int64_t c0
 // Columns per block: the block stays in cache while every reflector passes over it.
 constexpr int64_t kEvpCols = 32;
 
-template <class V>
+template <int L>
 QKM_INLINE void evp_body(int64_t n, const double *a, double *z) {
   for (int64_t c0 = 0; c0 < n; c0 += kEvpCols)
-    evp_block_body<V>(n, a, z, c0, n - c0 < kEvpCols ? n - c0 : kEvpCols);
+    evp_block_body<L>(n, a, z, c0, n - c0 < kEvpCols ? n - c0 : kEvpCols);
 }
-void evp_base(int64_t n, const double *a, double *z) { evp_body<v2d>(n, a, z); }
-QKM_TARGET_AVX2 void evp_avx2(int64_t n, const double *a, double *z) { evp_body<v4d>(n, a, z); }
-QKM_TARGET_AVX512 void evp_avx512(int64_t n, const double *a, double *z) {
-  evp_body<v8d>(n, a, z);
-}
+QKM_VARIANTS(void, evp, (int64_t n, const double *a, double *z), (n, a, z))
 
 // Rotations buffered per flush. A sweep longer than this is applied in several runs, in order.
 constexpr int kRotBuf = 128;
@@ -325,13 +276,9 @@ struct RotBuffer {
   int64_t ihi = 0;  // 1-based column i of the first rotation held
 };
 
-void flush(RotBuffer &b, int64_t n, double *z, int level) {
+void flush(RotBuffer &b, int64_t n, double *z) {
   if (b.cnt == 0) return;
-  switch (level) {
-    case qkm::simd::Avx512: rot_avx512(n, z, b.ihi, b.cnt, b.c, b.s); break;
-    case qkm::simd::Avx2: rot_avx2(n, z, b.ihi, b.cnt, b.c, b.s); break;
-    default: rot_base(n, z, b.ihi, b.cnt, b.c, b.s); break;
-  }
+  rot(n, z, b.ihi, b.cnt, b.c, b.s);
   b.cnt = 0;
 }
 
@@ -347,10 +294,9 @@ void eaxetr(const qkm_int *n_, double *ap, double *d, double *e) {
     e[0] = 0.0;
     return;
   }
-  const int level = qkm::simd::active();
   for (int64_t i = n; i >= 3; --i) {
     const int64_t l = i - 1;
-    double *row = ap + row0(i);
+    double *row = ap + packed_row0(i);
     double h = 0.0;
     for (int64_t k = 0; k < l; ++k) {
       d[k] = row[k];
@@ -367,19 +313,11 @@ void eaxetr(const qkm_int *n_, double *ap, double *d, double *e) {
       row[l - 1] = d[l - 1];
       e[i - 1] = g;
       const double rh = 1.0 / h;
-      switch (level) {
-        case qkm::simd::Avx512: tr_matvec_avx512(l, ap, d, rh, e); break;
-        case qkm::simd::Avx2: tr_matvec_avx2(l, ap, d, rh, e); break;
-        default: tr_matvec_base(l, ap, d, rh, e); break;
-      }
+      tr_matvec(l, ap, d, rh, e);
       double f2 = 0.0;
       for (int64_t j = 0; j < l; ++j) f2 = f2 + d[j] * e[j];
       const double hh = f2 / (h + h);
-      switch (level) {
-        case qkm::simd::Avx512: tr_update_avx512(l, ap, e, d, hh); break;
-        case qkm::simd::Avx2: tr_update_avx2(l, ap, e, d, hh); break;
-        default: tr_update_base(l, ap, e, d, hh); break;
-      }
+      tr_update(l, ap, e, d, hh);
     }
     d[i - 1] = row[i - 1];
     row[i - 1] = h;
@@ -400,7 +338,6 @@ qkm_int eaxeql(const qkm_int *n_, double *d, double *e, double *z, qkm_int *ierr
   e[n - 1] = 0.0;
   for (int64_t k = 2; k <= n; ++k) z[(k - 1) + (k - 1) * n] = 1.0;
 
-  const int level = qkm::simd::active();
   RotBuffer buf;
   for (int64_t l = 1; l <= n; ++l) {
     int iter = 0;
@@ -445,14 +382,14 @@ qkm_int eaxeql(const qkm_int *n_, double *d, double *e, double *z, qkm_int *ierr
         d[i] = g + q;
         g = r * c - b;
         if (buf.cnt == kRotBuf) {
-          flush(buf, n, z, level);
+          flush(buf, n, z);
           buf.ihi = i;
         }
         buf.c[buf.cnt] = c;
         buf.s[buf.cnt] = s;
         ++buf.cnt;
       }
-      flush(buf, n, z, level);
+      flush(buf, n, z);
       e[l - 1] = g;
       p = p - q;
       d[l - 1] = p;
@@ -478,13 +415,7 @@ void eaxeor(const qkm_int *iorder, const qkm_int *n_, double *d, double *z) {
       d[k - 1] = d[i - 1];
       d[i - 1] = p;
       double *zi = z + (i - 1) * n, *zk = z + (k - 1) * n;
-      for (int64_t r = 0; r < n; ++r) {
-        uint64_t x, y;
-        std::memcpy(&x, zi + r, 8);
-        std::memcpy(&y, zk + r, 8);
-        std::memcpy(zi + r, &y, 8);
-        std::memcpy(zk + r, &x, 8);
-      }
+      for (int64_t r = 0; r < n; ++r) qkm::swap_bits(zi + r, zk + r);
     }
   }
 }
@@ -492,11 +423,7 @@ void eaxeor(const qkm_int *iorder, const qkm_int *n_, double *d, double *z) {
 void eaxevp(const qkm_int *n_, const double *ap, double *z) {
   const int64_t n = *n_;
   if (n < 3) return;
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: evp_avx512(n, ap, z); break;
-    case qkm::simd::Avx2: evp_avx2(n, ap, z); break;
-    default: evp_base(n, ap, z); break;
-  }
+  evp(n, ap, z);
 }
 
 qkm_int eaxeig(const qkm_int *n, const qkm_int *iorder, double *ap, double *d, double *z,

@@ -39,7 +39,7 @@ QKM_INLINE void store8(double *p, v8d v) { vstore<v8d>(p, v); }
 QKM_INLINE v8d splat8(double a) { return v8d{a, a, a, a, a, a, a, a}; }
 
 // Exchanges two doubles as plain 64-bit moves: NaN payloads and signed zeros survive.
-inline void swap_bits(double *p, double *q) {
+QKM_INLINE void swap_bits(double *p, double *q) {
   uint64_t a, b;
   std::memcpy(&a, p, 8);
   std::memcpy(&b, q, 8);

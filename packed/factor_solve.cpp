@@ -10,10 +10,9 @@
 // for all of its columns. The forward phase packs the eight factor rows it needs into a small
 // panel on the stack, a chunk of columns at a time.
 #include <cstdint>
-#include <cstring>
 
-#include "frame/simd.h"
-#include "frame/vec.h"
+#include "frame/toolkit.h"
+#include "frame/variant.h"
 #include "kernels.h"
 
 namespace {
@@ -21,36 +20,15 @@ namespace {
 using namespace qkm::vec;
 
 // 0-based index of L(j,0), j counted from 0.
-QKM_INLINE int64_t row0(int64_t j) { return j * (j + 1) / 2; }
+QKM_INLINE int64_t row0(int64_t j) { return qkm::packed_row0(j + 1); }
 
 thread_local int32_t g_packed_length;
 
 // ---- one vector ------------------------------------------------------------------------------
-// Inner product of the forward phase. Fixed split, the same on every instruction set: 32
-// partial sums, partial q taking the terms q, q+32, q+64, ... in order from 0.0; the missing
-// terms of the last round count as +0.0, which changes no partial. The partials are combined
-// as (p[0..7] + p[8..15]) + (p[16..23] + p[24..31]) lane by lane, then the eight lanes as
-// ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
-QKM_INLINE double dot_body(int64_t n, const double *a, const double *x) {
-  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
-  int64_t i = 0;
-  for (; i + 32 <= n; i += 32) {
-    s0 = s0 + load8(a + i) * load8(x + i);
-    s1 = s1 + load8(a + i + 8) * load8(x + i + 8);
-    s2 = s2 + load8(a + i + 16) * load8(x + i + 16);
-    s3 = s3 + load8(a + i + 24) * load8(x + i + 24);
-  }
-  if (i < n) {
-    double ta[32] = {}, tx[32] = {};
-    std::memcpy(ta, a + i, static_cast<size_t>(n - i) * sizeof(double));
-    std::memcpy(tx, x + i, static_cast<size_t>(n - i) * sizeof(double));
-    s0 = s0 + load8(ta) * load8(tx);
-    s1 = s1 + load8(ta + 8) * load8(tx + 8);
-    s2 = s2 + load8(ta + 16) * load8(tx + 16);
-    s3 = s3 + load8(ta + 24) * load8(tx + 24);
-  }
-  const v8d s = (s0 + s1) + (s2 + s3);
-  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+// Inner product of the forward phase: the fixed 32-partial split of qkm::sum32, the same on
+// every instruction set.
+QKM_INLINE double dot(int64_t n, const double *a, const double *x) {
+  return qkm::sum32(n, [](v8d u, v8d v) QKM_INLINE_LAMBDA { return u * v; }, a, x);
 }
 
 // x(0..n) = x(0..n) - a(0..n)*y, element by element.
@@ -65,11 +43,12 @@ QKM_INLINE void sub_scaled(int64_t n, double *x, double y, const double *a) {
   for (; i < n; ++i) x[i] = x[i] - y * a[i];
 }
 
+template <int L>
 QKM_INLINE void cort_body(int64_t n, const double *ap, double *b) {
   int64_t p = 0;
   for (int64_t j = 1; j <= n; ++j) {
     b[j - 1] = b[j - 1] / ap[p];
-    if (j < n) b[j] = b[j] - dot_body(j, ap + p + 1, b);
+    if (j < n) b[j] = b[j] - dot(j, ap + p + 1, b);
     p = p + j + 1;
   }
   p = row0(n - 1) + n - 1;
@@ -80,11 +59,7 @@ QKM_INLINE void cort_body(int64_t n, const double *ap, double *b) {
   }
 }
 
-void cort_base(int64_t n, const double *ap, double *b) { cort_body(n, ap, b); }
-QKM_TARGET_AVX2 void cort_avx2(int64_t n, const double *ap, double *b) { cort_body(n, ap, b); }
-QKM_TARGET_AVX512 void cort_avx512(int64_t n, const double *ap, double *b) {
-  cort_body(n, ap, b);
-}
+QKM_VARIANTS(void, cort, (int64_t n, const double *ap, double *b), (n, ap, b))
 
 // ---- many vectors ----------------------------------------------------------------------------
 constexpr int64_t kChunk = 256;
@@ -124,18 +99,7 @@ QKM_INLINE void backward_tile(double *b, int64_t ldb, int64_t kc, int64_t i0, in
   for (int r = 0; r < R; ++r) store8(col[r] + i0, acc[r]);
 }
 
-#define QKM_TILE_SWITCH(R, CALL) \
-  switch (R) {                   \
-    case 8: CALL(8); break;      \
-    case 7: CALL(7); break;      \
-    case 6: CALL(6); break;      \
-    case 5: CALL(5); break;      \
-    case 4: CALL(4); break;      \
-    case 3: CALL(3); break;      \
-    case 2: CALL(2); break;      \
-    default: CALL(1); break;     \
-  }
-
+template <int L>
 QKM_INLINE void many_body(int64_t n, int64_t nrhs, const double *ap, double *b, int64_t ldb) {
   alignas(64) double P[kChunk * 8];
   const int64_t nfull = n / 8 * 8;
@@ -147,10 +111,9 @@ QKM_INLINE void many_body(int64_t n, int64_t nrhs, const double *ap, double *b, 
       for (int64_t i = i0; i < i1; ++i)
         for (int t = 0; t < 8; ++t) P[(i - i0) * 8 + t] = ap[row0(j0 + t) + i];
       for (int64_t kc = 0; kc < nrhs; kc += 8) {
-        const int64_t R = nrhs - kc < 8 ? nrhs - kc : 8;
-#define QKM_FWD(RR) forward_tile<RR>(b, ldb, kc, j0, P, i0, i1)
-        QKM_TILE_SWITCH(R, QKM_FWD)
-#undef QKM_FWD
+        qkm::with_count<1, 8>(nrhs - kc < 8 ? int(nrhs - kc) : 8, [&](auto R) QKM_INLINE_LAMBDA {
+          forward_tile<R>(b, ldb, kc, j0, P, i0, i1);
+        });
       }
     }
     for (int64_t k = 0; k < nrhs; ++k) {
@@ -184,10 +147,9 @@ QKM_INLINE void many_body(int64_t n, int64_t nrhs, const double *ap, double *b, 
   }
   for (int64_t i0 = nfull - 8; i0 >= 0; i0 -= 8) {
     for (int64_t kc = 0; kc < nrhs; kc += 8) {
-      const int64_t R = nrhs - kc < 8 ? nrhs - kc : 8;
-#define QKM_BWD(RR) backward_tile<RR>(b, ldb, kc, i0, n, ap)
-      QKM_TILE_SWITCH(R, QKM_BWD)
-#undef QKM_BWD
+      qkm::with_count<1, 8>(nrhs - kc < 8 ? int(nrhs - kc) : 8, [&](auto R) QKM_INLINE_LAMBDA {
+        backward_tile<R>(b, ldb, kc, i0, n, ap);
+      });
     }
     for (int64_t k = 0; k < nrhs; ++k) {
       double *col = b + k * ldb;
@@ -200,17 +162,8 @@ QKM_INLINE void many_body(int64_t n, int64_t nrhs, const double *ap, double *b, 
   }
 }
 
-void many_base(int64_t n, int64_t nrhs, const double *ap, double *b, int64_t ldb) {
-  many_body(n, nrhs, ap, b, ldb);
-}
-QKM_TARGET_AVX2 void many_avx2(int64_t n, int64_t nrhs, const double *ap, double *b,
-                               int64_t ldb) {
-  many_body(n, nrhs, ap, b, ldb);
-}
-QKM_TARGET_AVX512 void many_avx512(int64_t n, int64_t nrhs, const double *ap, double *b,
-                                   int64_t ldb) {
-  many_body(n, nrhs, ap, b, ldb);
-}
+QKM_VARIANTS(void, many, (int64_t n, int64_t nrhs, const double *ap, double *b, int64_t ldb),
+             (n, nrhs, ap, b, ldb))
 
 }  // namespace
 
@@ -219,11 +172,7 @@ extern "C" {
 QKM_API void eacort(const qkm_int *lap, const qkm_int *n, const double *ap, double *b) {
   const int64_t nn = *n;
   if (nn < 1) return;
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: cort_avx512(nn, ap, b); break;
-    case qkm::simd::Avx2: cort_avx2(nn, ap, b); break;
-    default: cort_base(nn, ap, b); break;
-  }
+  cort(nn, ap, b);
 }
 
 QKM_API void dpptrs_2(const char *uplo, const qkm_int *n, const qkm_int *nrhs, const double *ap,
@@ -241,11 +190,7 @@ QKM_API void dpptrs_2(const char *uplo, const qkm_int *n, const qkm_int *nrhs, c
   }
   const int64_t nn = *n;
   if (nn <= 0 || *nrhs <= 0) return;
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: many_avx512(nn, *nrhs, ap, b, *ldb); break;
-    case qkm::simd::Avx2: many_avx2(nn, *nrhs, ap, b, *ldb); break;
-    default: many_base(nn, *nrhs, ap, b, *ldb); break;
-  }
+  many(nn, *nrhs, ap, b, *ldb);
 }
 
 QKM_API void e_dpptrs(const char *uplo, const qkm_int *n, const qkm_int *nrhs, const double *ap,

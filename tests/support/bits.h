@@ -1,8 +1,12 @@
 // Helpers for bit-exact comparisons and untouched-sentinel checks.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "frame/simd.h"
@@ -24,16 +28,34 @@ inline double sentinel() {
 }
 inline bool is_sentinel(double v) { return bits(v) == bits(sentinel()); }
 
-// The instruction-set levels this machine can run; the tests repeat their checks on each.
+// The instruction-set levels this machine can run; the tests repeat their checks on each. A
+// level the machine cannot run is reported as skipped (printed, and recorded as the test's
+// "skipped_levels" property) rather than passing unnoticed.
 inline std::vector<int> simd_levels() {
+  static const char *const names[] = {"SSE2", "AVX2", "AVX-512"};
   std::vector<int> levels;
-  for (int l = qkm::simd::Base; l <= qkm::simd::supported(); ++l) levels.push_back(l);
+  std::string skipped;
+  for (int l = qkm::simd::Base; l <= qkm::simd::Avx512; ++l) {
+    if (l <= qkm::simd::supported()) {
+      levels.push_back(l);
+    } else {
+      skipped += skipped.empty() ? names[l] : std::string(" ") + names[l];
+    }
+  }
+  if (!skipped.empty()) {
+    std::printf("[  SKIPPED ] instruction-set level(s) not run on this machine: %s\n",
+                skipped.c_str());
+    ::testing::Test::RecordProperty("skipped_levels", skipped);
+  }
   return levels;
 }
 
-// Forces one level for the lifetime of the object.
+// Forces one level for the lifetime of the object; fails when the level did not take effect.
 struct SimdLevel {
-  explicit SimdLevel(int level) { qkm::simd::set_override(level); }
+  explicit SimdLevel(int level) {
+    qkm::simd::set_override(level);
+    EXPECT_EQ(qkm::simd::active(), level) << "instruction-set level not in effect";
+  }
   ~SimdLevel() { qkm::simd::set_override(-1); }
   SimdLevel(const SimdLevel &) = delete;
   SimdLevel &operator=(const SimdLevel &) = delete;
