@@ -16,31 +16,17 @@
 // the plain row-by-row jam.
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 
 #include "factor/cholesky_internal.h"
-#include "frame/simd.h"
-#include "frame/vec.h"
+#include "frame/toolkit.h"
+#include "frame/variant.h"
 #include "kernels.h"
 
 namespace {
 
 using namespace qkm::vec;
 
-template <int W>
-struct Lanes;
-template <>
-struct Lanes<8> {
-  typedef v8d type;
-};
-template <>
-struct Lanes<4> {
-  typedef v4d type;
-};
-
-
-// 0-based index of a(k,1), k counted from 1.
-QKM_INLINE int64_t row_start(int64_t k) { return k * (k - 1) / 2; }
+using qkm::packed_row0;
 
 // Capacity of the batch buffer in doubles (128 KiB, kept per thread like the other static
 // working storage of the kernels rather than on the caller's stack).
@@ -54,7 +40,7 @@ QKM_INLINE void row_group(double *ap, double *row, int64_t c) {
   const double *lr[R];
   double s[R];
   for (int i = 0; i < R; ++i) {
-    lr[i] = ap + row_start(c + i + 1);
+    lr[i] = ap + packed_row0(c + i + 1);
     s[i] = -row[c + i];
   }
   for (int64_t m = 0; m < c; ++m) {
@@ -75,17 +61,13 @@ QKM_INLINE void row_group(double *ap, double *row, int64_t c) {
 
 // Returns true when row k is refused.
 bool one_row(double *ap, int64_t k, double tol, qkm_int *info, double *dfail) {
-  double *row = ap + row_start(k);
+  double *row = ap + packed_row0(k);
   const int64_t left = k - 1;
   const int64_t r = left % 4;
   int64_t c = 0;
   for (; c + 4 <= left; c += 4) row_group<4>(ap, row, c);
-  switch (r) {
-    case 3: row_group<3>(ap, row, c); break;
-    case 2: row_group<2>(ap, row, c); break;
-    case 1: row_group<1>(ap, row, c); break;
-    default: break;
-  }
+  qkm::with_count<1, 3>(static_cast<int>(r),
+                        [&](auto R) QKM_INLINE_LAMBDA { row_group<R>(ap, row, c); });
   double s = -row[left];
   for (int64_t m = 0; m < left; ++m) s = s + row[m] * row[m];
   const double d = -s;
@@ -104,11 +86,11 @@ bool one_row(double *ap, int64_t k, double tol, qkm_int *info, double *dfail) {
 // JT consecutive columns j0 .. j0+JT-1 (0-based), all left of every batch row's diagonal.
 template <int W, int JT>
 QKM_INLINE void batch_tile(const double *ap, double *const *rows, double *T, int64_t j0) {
-  typedef typename Lanes<W>::type V;
+  using V = vec_of<W>;
   const double *lr[JT];
   V acc[JT];
   for (int t = 0; t < JT; ++t) {
-    lr[t] = ap + row_start(j0 + t + 1);
+    lr[t] = ap + packed_row0(j0 + t + 1);
     for (int l = 0; l < W; ++l) acc[t][l] = -rows[l][j0 + t];
   }
   for (int64_t m = 0; m < j0; ++m) {
@@ -137,23 +119,15 @@ QKM_INLINE void write_rows(double *const *rows, const double *T, const double *d
 template <int W>
 QKM_INLINE bool batch_body(double *ap, int64_t k0, double tol, qkm_int *info, double *dfail,
                            double *T) {
-  typedef typename Lanes<W>::type V;
+  using V = vec_of<W>;
   double *rows[W];
-  for (int l = 0; l < W; ++l) rows[l] = ap + row_start(k0 + l);
+  for (int l = 0; l < W; ++l) rows[l] = ap + packed_row0(k0 + l);
   const int64_t nc = k0 - 1;  // columns left of the whole batch
 
   int64_t j0 = 0;
   for (; j0 + 8 <= nc; j0 += 8) batch_tile<W, 8>(ap, rows, T, j0);
-  switch (nc - j0) {
-    case 7: batch_tile<W, 7>(ap, rows, T, j0); break;
-    case 6: batch_tile<W, 6>(ap, rows, T, j0); break;
-    case 5: batch_tile<W, 5>(ap, rows, T, j0); break;
-    case 4: batch_tile<W, 4>(ap, rows, T, j0); break;
-    case 3: batch_tile<W, 3>(ap, rows, T, j0); break;
-    case 2: batch_tile<W, 2>(ap, rows, T, j0); break;
-    case 1: batch_tile<W, 1>(ap, rows, T, j0); break;
-    default: break;
-  }
+  qkm::with_count<1, 7>(static_cast<int>(nc - j0),
+                        [&](auto JT) QKM_INLINE_LAMBDA { batch_tile<W, JT>(ap, rows, T, j0); });
 
   // The batch's own triangle. acc[i] lane l: column nc+i of row k0+l (i < l), or the pivot
   // sum (i == l), over the columns left of the batch; lanes with i > l are unused.
@@ -188,28 +162,16 @@ QKM_INLINE bool batch_body(double *ap, int64_t k0, double tol, qkm_int *info, do
   return false;
 }
 
-bool batch8_base(double *ap, int64_t k0, double tol, qkm_int *info, double *dfail, double *T) {
-  return batch_body<8>(ap, k0, tol, info, dfail, T);
+// A batch of w = 8 or 4 rows; the width of a batch is the same on every instruction set.
+template <int L>
+QKM_INLINE bool batch_rows_body(int w, double *ap, int64_t k0, double tol, qkm_int *info,
+                                double *dfail, double *T) {
+  return w == 8 ? batch_body<8>(ap, k0, tol, info, dfail, T)
+                : batch_body<4>(ap, k0, tol, info, dfail, T);
 }
-QKM_TARGET_AVX2 bool batch8_avx2(double *ap, int64_t k0, double tol, qkm_int *info,
-                                 double *dfail, double *T) {
-  return batch_body<8>(ap, k0, tol, info, dfail, T);
-}
-QKM_TARGET_AVX512 bool batch8_avx512(double *ap, int64_t k0, double tol, qkm_int *info,
-                                     double *dfail, double *T) {
-  return batch_body<8>(ap, k0, tol, info, dfail, T);
-}
-bool batch4_base(double *ap, int64_t k0, double tol, qkm_int *info, double *dfail, double *T) {
-  return batch_body<4>(ap, k0, tol, info, dfail, T);
-}
-QKM_TARGET_AVX2 bool batch4_avx2(double *ap, int64_t k0, double tol, qkm_int *info,
-                                 double *dfail, double *T) {
-  return batch_body<4>(ap, k0, tol, info, dfail, T);
-}
-QKM_TARGET_AVX512 bool batch4_avx512(double *ap, int64_t k0, double tol, qkm_int *info,
-                                     double *dfail, double *T) {
-  return batch_body<4>(ap, k0, tol, info, dfail, T);
-}
+QKM_VARIANTS(bool, batch_rows,
+             (int w, double *ap, int64_t k0, double tol, qkm_int *info, double *dfail, double *T),
+             (w, ap, k0, tol, info, dfail, T))
 
 }  // namespace
 
@@ -230,7 +192,6 @@ QKM_API void eaxfch2(const void *ignored, const qkm_int *kfirst, const qkm_int *
   }
   const double t = *tol;
   alignas(64) static thread_local double buffer[kBatchBuffer];
-  const int level = qkm::simd::active();
   const int64_t cap = g_capacity;
   int64_t k = k0;
   while (k <= k1) {
@@ -238,14 +199,10 @@ QKM_API void eaxfch2(const void *ignored, const qkm_int *kfirst, const qkm_int *
     int64_t done;
     // A batch needs W rows left and room for W * (k + W - 1) entries.
     if (k >= 1 && k + 7 <= k1 && 8 * (k + 7) <= cap) {
-      refused = level == qkm::simd::Avx512 ? batch8_avx512(ap, k, t, info, dfail, buffer)
-                : level == qkm::simd::Avx2 ? batch8_avx2(ap, k, t, info, dfail, buffer)
-                                           : batch8_base(ap, k, t, info, dfail, buffer);
+      refused = batch_rows(8, ap, k, t, info, dfail, buffer);
       done = 8;
     } else if (k >= 1 && k + 3 <= k1 && 4 * (k + 3) <= cap) {
-      refused = level == qkm::simd::Avx512 ? batch4_avx512(ap, k, t, info, dfail, buffer)
-                : level == qkm::simd::Avx2 ? batch4_avx2(ap, k, t, info, dfail, buffer)
-                                           : batch4_base(ap, k, t, info, dfail, buffer);
+      refused = batch_rows(4, ap, k, t, info, dfail, buffer);
       done = 4;
     } else {
       refused = one_row(ap, k, t, info, dfail);

@@ -21,8 +21,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "frame/simd.h"
-#include "frame/vec.h"
+#include "frame/toolkit.h"
+#include "frame/variant.h"
 #include "frame/wrap.h"
 #include "kernels.h"
 
@@ -52,7 +52,7 @@ struct Block {
 struct Front {
   double *f;
   int64_t n;
-  double *col(int64_t j) const { return f + j * (2 * n - j - 1) / 2; }
+  QKM_INLINE double *col(int64_t j) const { return f + qkm::front_col0(n, j + 1); }
 };
 
 struct Pivots {
@@ -230,8 +230,9 @@ QKM_INLINE int eliminate_block(const Front &F, int64_t cb, int size, Pivots &P, 
 
 // The elimination of p pivots; returns 0 or the refusal code, with the refused pivot's
 // 0-based position in *failpos.
-template <int RV>
-QKM_INLINE int eliminate(const Front &F, int64_t p, Pivots &P, int64_t *failpos) {
+template <int L>
+QKM_INLINE int eliminate_body(const Front &F, int64_t p, Pivots &P, int64_t *failpos) {
+  constexpr int RV = qkm::simd::Traits<L>::update_rows;
   const int64_t n = F.n;
   int64_t cb = 0;
   while (cb < p) {
@@ -261,15 +262,8 @@ QKM_INLINE int eliminate(const Front &F, int64_t p, Pivots &P, int64_t *failpos)
   return 0;
 }
 
-int eliminate_base(const Front &F, int64_t p, Pivots &P, int64_t *failpos) {
-  return eliminate<1>(F, p, P, failpos);
-}
-QKM_TARGET_AVX2 int eliminate_avx2(const Front &F, int64_t p, Pivots &P, int64_t *failpos) {
-  return eliminate<1>(F, p, P, failpos);
-}
-QKM_TARGET_AVX512 int eliminate_avx512(const Front &F, int64_t p, Pivots &P, int64_t *failpos) {
-  return eliminate<2>(F, p, P, failpos);
-}
+QKM_VARIANTS(int, eliminate, (const Front &F, int64_t p, Pivots &P, int64_t *failpos),
+             (F, p, P, failpos))
 
 }  // namespace
 
@@ -301,12 +295,7 @@ extern "C" QKM_API qkm_int easlff_nt(const qkm_int *nfront, const qkm_int *npiv,
   Pivots P{minratio, diag0, *tolabs, *tolratio, ipiv, naccept};
   const Front F{front, n};
   int64_t failpos = 0;
-  int code;
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: code = eliminate_avx512(F, p, P, &failpos); break;
-    case qkm::simd::Avx2: code = eliminate_avx2(F, p, P, &failpos); break;
-    default: code = eliminate_base(F, p, P, &failpos); break;
-  }
+  const int code = eliminate(F, p, P, &failpos);
   if (code == 0) return 0;
   // Positions k+1 .. Z (1-based) of the front, k the refused pivot's position.
   for (int64_t i = failpos + 1; i < zlim; ++i) front[i] = 0.0;

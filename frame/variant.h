@@ -34,7 +34,9 @@
 namespace qkm::simd {
 
 // Per-level properties of the register file: the natural vector type of the level, its
-// width in doubles, and the register tile of the dense products (rows in vectors x columns).
+// width in doubles, the register tile of the dense products (rows in vectors x columns), and
+// update_rows, the 8-row blocks each column keeps in registers in the column-update tiles of
+// the frontal elimination.
 template <int L>
 struct Traits;
 template <>
@@ -42,18 +44,21 @@ struct Traits<Base> {
   using V = vec::v2d;
   static constexpr int width = 2;
   static constexpr int tile_rows = 2, tile_cols = 3;  // 16 xmm registers
+  static constexpr int update_rows = 1;
 };
 template <>
 struct Traits<Avx2> {
   using V = vec::v4d;
   static constexpr int width = 4;
   static constexpr int tile_rows = 2, tile_cols = 3;  // 16 ymm registers
+  static constexpr int update_rows = 1;
 };
 template <>
 struct Traits<Avx512> {
   using V = vec::v8d;
   static constexpr int width = 8;
   static constexpr int tile_rows = 4, tile_cols = 3;  // 32 zmm registers
+  static constexpr int update_rows = 2;
 };
 
 }  // namespace qkm::simd

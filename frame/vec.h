@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/simd.h"
 
@@ -13,6 +14,10 @@ namespace qkm::vec {
 typedef double v2d __attribute__((vector_size(16)));
 typedef double v4d __attribute__((vector_size(32)));
 typedef double v8d __attribute__((vector_size(64)));
+
+// The vector of W doubles, W = 2, 4 or 8.
+template <int W>
+using vec_of = std::conditional_t<W == 8, v8d, std::conditional_t<W == 4, v4d, v2d>>;
 
 template <class V>
 constexpr int lanes = sizeof(V) / sizeof(double);
