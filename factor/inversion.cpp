@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "frame/vec.h"
+#include "frame/toolkit.h"
 #include "kernels.h"
 
 namespace {
@@ -20,7 +20,7 @@ thread_local qkm_int t_col;
 
 constexpr double kPivotFloor = 1.0e-8;
 
-using qkm::vec::swap_bits;
+using qkm::swap_bits;
 
 void invert_general(int64_t lda, const qkm_int *n_, qkm_int *ipvt, double *a) {
   const int64_t n = *n_;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "frame/toolkit.h"
 #include "kernels.h"
 
 namespace {
@@ -22,9 +23,7 @@ thread_local double t_cell;
 constexpr double kFitCutoff = 1.0e-6;
 constexpr double kMinRadius = 1.0e-6;
 
-inline int64_t mirrored_start(int32_t n, int32_t inc) {
-  return inc < 0 ? (1 - static_cast<int64_t>(n)) * inc : 0;
-}
+using qkm::mirrored_start;
 
 }  // namespace
 
@@ -73,7 +72,7 @@ qkm_int eaxinvs(const qkm_int *n, const double *tol, double *a, double *work, do
   for (int64_t p = 0; p < total; ++p) thr = thr + std::fabs(a[p]) * *tol;
   // Lower triangle packed by rows.
   for (int64_t r = 1; r <= nn; ++r)
-    for (int64_t c = 1; c <= r; ++c) work[r * (r - 1) / 2 + c - 1] = a[(r - 1) + (c - 1) * nn];
+    for (int64_t c = 1; c <= r; ++c) work[qkm::packed_row0(r) + c - 1] = a[(r - 1) + (c - 1) * nn];
   const qkm_int ascending = 1;
   if (eaxeig(n, &ascending, work, t_eig, z, t_sub, nzero) == 1) return 1;
   qkm_int dropped = 0;

@@ -30,10 +30,6 @@ void applyMaxAllocLimit(int32_t *limit) {
   if (*limit > words) *limit = words;
 }
 
-[[maybe_unused]] void applyMaxAllocLimitIfGiven(int32_t *limit) {
-  if (limit != nullptr) applyMaxAllocLimit(limit);
-}
-
 constexpr int64_t kMemLow = 536000000;
 constexpr int64_t kMemHigh = 2144000000;
 
