@@ -4,10 +4,13 @@
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <mutex>
 #include <sstream>
+#include <utility>
 
 namespace qor::nls {
 namespace {
@@ -147,19 +150,57 @@ std::string find_catalog(const char *name) {
   return std::string();
 }
 
+namespace {
+
+// Parsed catalogs of the process, by path. An entry is reused while the file's identity,
+// size and modification and change times are those it was read with; any difference re-reads
+// the file.
+struct Parsed {
+  dev_t dev;
+  ino_t ino;
+  off_t size;
+  timespec mtime, ctime;
+  Catalog catalog;
+  bool same_file(const struct stat &st) const {
+    return dev == st.st_dev && ino == st.st_ino && size == st.st_size &&
+           mtime.tv_sec == st.st_mtim.tv_sec && mtime.tv_nsec == st.st_mtim.tv_nsec &&
+           ctime.tv_sec == st.st_ctim.tv_sec && ctime.tv_nsec == st.st_ctim.tv_nsec;
+  }
+};
+
+std::mutex g_cache_lock;
+std::map<std::string, Parsed> g_cache;
+std::atomic<unsigned long> g_parses{0};
+
+}  // namespace
+
+unsigned long parse_count() { return g_parses.load(std::memory_order_relaxed); }
+
 bool lookup(const char *name, const char *id, Message &out) {
   if (id == nullptr || *id == '\0') return false;
-  const std::string path = find_catalog(name);
-  if (path.empty()) return false;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream all;
-  all << in.rdbuf();
-  const Catalog catalog = parse(all.str());
-  const auto it = catalog.find(id);
-  if (it == catalog.end()) return false;
-  out = it->second;
-  return true;
+  try {
+    const std::string path = find_catalog(name);
+    if (path.empty()) return false;
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return false;
+    std::lock_guard<std::mutex> hold(g_cache_lock);
+    auto it = g_cache.find(path);
+    if (it == g_cache.end() || !it->second.same_file(st)) {
+      std::ifstream in(path, std::ios::binary);
+      if (!in) return false;
+      std::ostringstream all;
+      all << in.rdbuf();
+      Parsed fresh{st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim, parse(all.str())};
+      g_parses.fetch_add(1, std::memory_order_relaxed);
+      it = g_cache.insert_or_assign(path, std::move(fresh)).first;
+    }
+    const auto m = it->second.catalog.find(id);
+    if (m == it->second.catalog.end()) return false;
+    out = m->second;
+    return true;
+  } catch (...) {  // exhausted memory: the message is reported as missing
+    return false;
+  }
 }
 
 std::string fill(const std::string &text, const std::vector<std::string> &params) {

@@ -93,6 +93,26 @@ TEST(Catalog, PathFoldersInOrderThenTheBuildTree) {
   }
 }
 
+TEST(Catalog, EachFileIsParsedOnceAndAgainOnlyAfterItChanges) {
+  TempDir dir;
+  write_file(dir / "Cache.nls", "A.Diagnostic = \"first\";\n");
+  setenv("QOR_MESSAGE_CATALOG_PATH", dir.path().c_str(), 1);
+  qor::nls::Message m;
+  const unsigned long before = qor::nls::parse_count();
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(qor::nls::lookup("Cache", "A", m));
+  EXPECT_FALSE(qor::nls::lookup("Cache", "B", m));
+  EXPECT_EQ(qor::nls::parse_count() - before, 1u);
+  QORError e("A", "Cache");  // one printed message: no further parse
+  EXPECT_STREQ(e.GetNLSMessage(), "first");
+  EXPECT_EQ(qor::nls::parse_count() - before, 1u);
+  write_file(dir / "Cache.nls", "A.Diagnostic = \"second, longer\";\nB.Advice = \"b\";\n");
+  ASSERT_TRUE(qor::nls::lookup("Cache", "A", m));
+  EXPECT_EQ(m.diagnostic, "second, longer");
+  EXPECT_TRUE(qor::nls::lookup("Cache", "B", m));
+  EXPECT_EQ(qor::nls::parse_count() - before, 2u);
+  unsetenv("QOR_MESSAGE_CATALOG_PATH");
+}
+
 TEST(Catalog, ErrorTextsUseTheirOwnParameterSets) {
   TempDir dir;
   write_file(dir / "Cat.nls",
