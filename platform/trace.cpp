@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/write_all.h"
-#include "platform/text_copy.h"
+#include "common/text_copy.h"
 #include "QORTrace.h"
 
 namespace {

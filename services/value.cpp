@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "platform/text_copy.h"
+#include "common/text_copy.h"
 #include "QORKytValue.h"
 
 namespace {
