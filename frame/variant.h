@@ -38,27 +38,12 @@ namespace qkm::simd {
 // update_rows, the 8-row blocks each column keeps in registers in the column-update tiles of
 // the frontal elimination.
 template <int L>
-struct Traits;
-template <>
-struct Traits<Base> {
-  using V = vec::v2d;
-  static constexpr int width = 2;
-  static constexpr int tile_rows = 2, tile_cols = 3;  // 16 xmm registers
-  static constexpr int update_rows = 1;
-};
-template <>
-struct Traits<Avx2> {
-  using V = vec::v4d;
-  static constexpr int width = 4;
-  static constexpr int tile_rows = 2, tile_cols = 3;  // 16 ymm registers
-  static constexpr int update_rows = 1;
-};
-template <>
-struct Traits<Avx512> {
-  using V = vec::v8d;
-  static constexpr int width = 8;
-  static constexpr int tile_rows = 4, tile_cols = 3;  // 32 zmm registers
-  static constexpr int update_rows = 2;
+struct Traits {
+  static constexpr int width = L == Avx512 ? 8 : L == Avx2 ? 4 : 2;
+  using V = vec::vec_of<width>;
+  // 16 xmm or ymm registers: 2 x 3; 32 zmm registers: 4 x 3.
+  static constexpr int tile_rows = L == Avx512 ? 4 : 2, tile_cols = 3;
+  static constexpr int update_rows = L == Avx512 ? 2 : 1;
 };
 
 }  // namespace qkm::simd
