@@ -3,13 +3,26 @@
 # Numeric code is compiled without contraction (no fused multiply-add) and never with
 # -ffast-math: every product of a described order is rounded on its own.
 set(QKM_NUMERIC_FLAGS -ffp-contract=off -fno-fast-math -march=x86-64 -mtune=generic)
-set(QKM_WARNING_FLAGS -Wall -Wextra -Wno-unused-parameter -Wno-psabi)
+set(QKM_WARNING_FLAGS -Wall -Wextra -Wno-unused-parameter)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  list(APPEND QKM_WARNING_FLAGS -Wno-psabi)
+endif()
 
 if(QKM_SANITIZE)
   set(QKM_SANITIZE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined
       -fno-omit-frame-pointer)
   add_compile_options(${QKM_SANITIZE_FLAGS})
   add_link_options(-fsanitize=address,undefined)
+endif()
+# ThreadSanitizer, for the thread tests.
+if(QKM_TSAN)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+# Line and branch counters (gcov) for the coverage report.
+if(QKM_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
 endif()
 
 # qkm_add_library(NAME SOURCES ... EXPORTS list... MAP versionscript)

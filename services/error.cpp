@@ -5,9 +5,10 @@
 #include "QORKytListing.h"
 #include "QORSystem.h"
 #include "kernels.h"
+#include "platform/asan.h"
 #include "services/listing_pass.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if QKM_ASAN
 #include <sanitizer/lsan_interface.h>
 #define QKM_KEEP_FOR_GOOD(p) __lsan_ignore_object(p)
 #else
