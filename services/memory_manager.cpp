@@ -43,10 +43,7 @@ size_t block_bytes(long long words) {
 }
 
 // The error object prints itself and ends its own lifetime: the pointer is not kept.
-void announce_text(const char *text) {
-  QORUnicodeString message(text);
-  new QORKytError(&message);
-}
+void announce_text(const char *text) { QORKytErrorTools::Create(text); }
 
 void issue(bool warning, int code, const QORKytTypeEncapError &p1,
            const QORKytTypeEncapError &p2) {
