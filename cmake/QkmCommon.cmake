@@ -3,16 +3,17 @@
 # Numeric code is compiled without contraction (no fused multiply-add) and never with
 # -ffast-math: every product of a described order is rounded on its own.
 set(QKM_NUMERIC_FLAGS -ffp-contract=off -fno-fast-math -march=x86-64 -mtune=generic)
-set(QKM_WARNING_FLAGS -Wall -Wextra -Wno-unused-parameter)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  list(APPEND QKM_WARNING_FLAGS -Wno-psabi)
-endif()
+set(QKM_WARNING_FLAGS -Wall -Wextra -Wno-unused-parameter -Wno-psabi)
 
 if(QKM_SANITIZE)
   set(QKM_SANITIZE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined
       -fno-omit-frame-pointer)
   add_compile_options(${QKM_SANITIZE_FLAGS})
   add_link_options(-fsanitize=address,undefined)
+endif()
+# Coverage feedback for the libFuzzer targets (clang only); the targets link the fuzzer.
+if(QKM_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 # ThreadSanitizer, for the thread tests.
 if(QKM_TSAN)
