@@ -55,7 +55,7 @@ fuzz: deps
 	  dict=""; [ -f fuzz/$$t.dict ] && dict="-dict=fuzz/$$t.dict"; \
 	  ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
 	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-	  ./build-fuzz/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$dict \
+	  ./build-fuzz/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 -artifact_prefix=build-fuzz/fuzz_$$t- $$dict \
 	    build-fuzz/corpus/$$t fuzz/corpus/$$t 2>build-fuzz/fuzz_$$t.log \
 	    || { tail -60 build-fuzz/fuzz_$$t.log; exit 1; }; \
 	  grep -E "stat::number_of_executed_units|cov:" build-fuzz/fuzz_$$t.log | tail -2; \

@@ -20,7 +20,8 @@ struct Input {
   long long length() {
     // Mostly small byte counts, some zero or negative, some beyond any address range.
     const unsigned kind = byte() % 16;
-    const long long v = static_cast<long long>(byte() | (byte() << 8));
+    const unsigned lo = byte();
+    const long long v = static_cast<long long>(lo | (byte() << 8));
     if (kind == 0) return 0;
     if (kind == 1) return -v;
     if (kind == 2) return (1LL << 62) + v;
@@ -69,7 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       for (int i = 0; i < count; ++i) lengths[i] = in.length();
       int indice = 0;
       if (m.Allocation(count, indice, a, lengths) == 0) {
-        for (int i = 0; i < count; ++i) std::memset(arrays[i], 0x5a, static_cast<size_t>(lengths[i] - 1) * 8);
+        // Every array is writable over its words (bytes -8 to -15 give an array of none).
+        for (int i = 0; i < count; ++i)
+          if (lengths[i] > 0) std::memset(arrays[i], 0x5a, static_cast<size_t>(lengths[i]) * 8);
         single = count == 1 ? arrays[0] : nullptr;
         single_group = count == 1 ? indice : 0;
       }

@@ -59,7 +59,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       }
       case 1: {
         const std::string t = text();
-        const qkm_int v = static_cast<qkm_int>(byte() | (byte() << 8) | (byte() << 16) | (byte() << 24));
+        uint32_t u = 0;
+        for (int k = 0; k < 4; ++k) u |= static_cast<uint32_t>(byte()) << (8 * k);
+        const qkm_int v = static_cast<qkm_int>(u);
         ehprini(t.c_str(), &v, t.size());
         break;
       }
