@@ -26,7 +26,7 @@ program test_module
   integer, parameter :: n = 4
   integer(c_int32_t) :: i4, j4, k4, ipiv(n), info, ierr, iv(n), iw(n), seed
   real(c_double) :: x(n), y(n), a(n*n), b(n*n), c(n*n), ap(n*(n+1)/2), d(n), z(n*n), e(n)
-  real(c_double) :: r, s, dfail, minratio, fit, work(n*n)
+  real(c_double) :: r, s, dfail, minratio, fit, work(n*n), wt(n)
   real(c_float) :: w1, w2
   character(kind=c_char) :: text(16)
   integer :: failures = 0, i, j
@@ -91,8 +91,8 @@ program test_module
   call check(eaxinvs(n, 1d-12, a, work, z, i4) == 0 .and. abs(a(1) - 0.5d0) < 1d-15, 'eaxinvs')
   d = 1d0; z = 0d0; do i = 1, n; z(i + (i-1)*n) = 1d0; end do
   call ebhpap(n, z, d, work, c); call check(c(1) == 1d0, 'ebhpap')
-  b(1:3*n) = [(dble(mod(i, 3)), i = 1, 3*n)]; y = 2d0; e = 1d0; x = 0d0; ierr = 0
-  call check(eaxrmc3(1, n, b, x, y, fit, constant, work, c, z, a, d, e, e, ierr) /= 1 &
+  b(1:3*n) = [(dble(mod(i, 3)), i = 1, 3*n)]; y = 2d0; wt = 1d0; x = 0d0; ierr = 0
+  call check(eaxrmc3(1, n, b, x, y, fit, constant, work, c, z, a, d, e, wt, ierr) /= 1 &
              .and. abs(fit - 2d0) < 1d-12, 'eaxrmc3')
 
   ! eigenproblem of diag(1, 2, 3, 4) packed by rows
