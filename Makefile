@@ -69,7 +69,7 @@ coverage: deps
 	find build-coverage -name '*.gcda' -delete
 	-ctest --preset coverage
 	gcovr --root $(CURDIR) --object-directory build-coverage --filter '$(CURDIR)/(frame|dense|packed|factor|eigen|sparse|spatial|services|platform)/' \
-	  --exclude-unreachable-branches --exclude-throw-branches --txt-metric branch \
+	  --exclude-unreachable-branches --exclude-throw-branches \
 	  --html-details build-coverage/coverage.html --print-summary --txt build-coverage/coverage.txt
 	@cat build-coverage/coverage.txt | tail -40
 
