@@ -11,6 +11,20 @@ if(QKM_SANITIZE)
   add_compile_options(${QKM_SANITIZE_FLAGS})
   add_link_options(-fsanitize=address,undefined)
 endif()
+# Coverage feedback for the libFuzzer targets (clang only); the targets link the fuzzer.
+if(QKM_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+# ThreadSanitizer, for the thread tests.
+if(QKM_TSAN)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+# Line and branch counters (gcov) for the coverage report.
+if(QKM_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+endif()
 
 # Writes the version script of a shared library from its export lists: node NODE admits
 # exactly the listed names (one a line, '#' starts a comment line) and hides everything else.

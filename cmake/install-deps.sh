@@ -4,6 +4,8 @@
 #   install-deps.sh bench    the same, plus OpenBLAS for the benchmark anchors
 set -e
 pkgs="cmake ninja-build g++ make binutils libgtest-dev libgmock-dev libbenchmark-dev libblas-dev liblapack-dev"
+# The second compiler with its sanitizer and fuzzer runtimes, coverage, the install checks.
+pkgs="$pkgs clang libclang-rt-14-dev gcovr pkg-config gfortran"
 [ "$1" = "bench" ] && pkgs="$pkgs libopenblas0-serial"
 missing=""
 for p in $pkgs; do

@@ -68,7 +68,9 @@ QKM_INLINE void vstore_n(double *p, V v, int n) {
 // every multiplication that uses it (one load per position instead of one per column).
 template <class V>
 QKM_INLINE V in_register(V v) {
+#if !defined(__clang__)  // clang rejects "+v" on 512-bit vectors; it keeps the load anyway
   asm("" : "+v"(v));
+#endif
   return v;
 }
 

@@ -94,7 +94,9 @@ class QOR_API QORBaseUnknown {
   virtual QORHRESULT ChangeComponentState(int state);
 
   static const QORMetaClass *MetaObject();
-  static void *operator new(size_t size);
+  // Null when memory is exhausted (nothing is thrown): a new-expression then yields null and
+  // constructs nothing.
+  static void *operator new(size_t size) noexcept;
   static void operator delete(void *p);
 
   unsigned long GetRefCount() const;

@@ -43,9 +43,11 @@ class __attribute__((visibility("default"))) QORKytMemoryManager {
   // released as a hole; indice and array then name the new group.
   int ManualReallocation(int &indice, char *&array, long long oldBytes, long long newBytes);
 
-  // Positive: that group and all above it. Negative: that group alone. Zero: failure.
+  // Positive: that group and all above it. Negative: that group alone; a group no longer on
+  // the stack is refused (0x80004005) and nothing is freed. Zero: failure.
   int Desallocation(int indice);
-  // Each positive entry of indices released alone.
+  // Each positive entry of indices that names a group on the stack released alone; other
+  // entries are skipped.
   int Desallocation(int count, int *indices);
   // Frees the non-null addresses arrays[0..count-1]; touches no table.
   int Desallocation(int count, char **&arrays);

@@ -89,10 +89,8 @@ QORBaseUnknown::QORBaseUnknown(const QORBaseUnknown &) : _RefCount(1), _Impl(nul
 QORBaseUnknown &QORBaseUnknown::operator=(const QORBaseUnknown &) { return *this; }
 QORBaseUnknown::~QORBaseUnknown() { --g_alive; }
 
-void *QORBaseUnknown::operator new(size_t size) {
-  void *p = std::malloc(size != 0 ? size : 1);
-  if (p == nullptr) throw std::bad_alloc();
-  return p;
+void *QORBaseUnknown::operator new(size_t size) noexcept {
+  return std::malloc(size != 0 ? size : 1);
 }
 void QORBaseUnknown::operator delete(void *p) { std::free(p); }
 

@@ -1,13 +1,15 @@
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 
 #include "QORKytError.h"
 #include "QORKytListing.h"
 #include "QORSystem.h"
 #include "kernels.h"
+#include "platform/asan.h"
 #include "services/listing_pass.h"
 
-#if defined(__SANITIZE_ADDRESS__)
+#if QKM_ASAN
 #include <sanitizer/lsan_interface.h>
 #define QKM_KEEP_FOR_GOOD(p) __lsan_ignore_object(p)
 #else
@@ -40,18 +42,48 @@ void put_text(const char *text) {
   });
 }
 
+// The message block when the error object or its text cannot be made for want of memory:
+// banner, text and closing line, from fixed storage only, so that it cannot fail in turn.
+void put_fallback(int severity, const char *text) {
+  put_text(banner_of(severity));
+  put_text(text);
+  put_text(kClosing);
+}
+
 void make_error(const char *idFormat, int code, const char *catalog,
                 const QORKytTypeEncapError *const (&params)[9]) {
-  for (const auto *p : params)
-    if (!p->IsEmpty()) p->Dump();
   std::snprintf(g_identifier, sizeof g_identifier, idFormat, code);
-  QORKytError *error = new QORKytError(g_identifier, catalog);
-  QORRawCollint ints(0);
-  QORRawColldouble reals(0);
-  QORListValQORUnicodeString strings;
-  for (const auto *p : params)
-    if (!p->IsEmpty()) p->AddParameterInList(ints, reals, strings);
-  error->CreateKytaniError(code, ints, reals, strings);  // prints, and mostly releases it
+  QORKytError *error = nullptr;
+  try {
+    for (const auto *p : params)
+      if (!p->IsEmpty()) p->Dump();
+    error = new QORKytError(g_identifier, catalog);
+    if (error != nullptr) {
+      QORRawCollint ints(0);
+      QORRawColldouble reals(0);
+      QORListValQORUnicodeString strings;
+      for (const auto *p : params)
+        if (!p->IsEmpty()) p->AddParameterInList(ints, reals, strings);
+      error->CreateKytaniError(code, ints, reals, strings);  // prints, and mostly releases it
+      return;
+    }
+  } catch (...) {
+    // Only allocations throw here, and all of them come before the object releases itself.
+    if (error != nullptr) error->Release();
+  }
+  char text[300];
+  std::snprintf(text, sizeof text, "%s/%s", catalog != nullptr ? catalog : "", g_identifier);
+  put_fallback(idFormat[0] == 'W' ? 2 : 1, text);
+}
+
+// An error made from a text, which prints itself and ends its own lifetime.
+void announce(const char *text) {
+  try {
+    const QORUnicodeString string(text);
+    if (new QORKytError(&string) != nullptr) return;
+  } catch (...) {
+  }
+  put_fallback(0, text);
 }
 
 }  // namespace
@@ -213,10 +245,7 @@ void QORKytError::raise_ptr() {
 
 // ---------------------------------------------------------------- QORKytErrorTools
 
-void QORKytErrorTools::Create(const char *text) {
-  const QORUnicodeString string(text);
-  new QORKytError(&string);  // announces itself and ends its own lifetime
-}
+void QORKytErrorTools::Create(const char *text) { announce(text); }
 
 void QORKytErrorTools::CreateError(int code, const char *catalog, QORKytTypeEncapError p1,
                                    QORKytTypeEncapError p2, QORKytTypeEncapError p3,
@@ -255,11 +284,13 @@ void CreateKytaniError(int code, QORKytTypeEncapError p1, QORKytTypeEncapError p
 // ---------------------------------------------------------------- by-reference entries
 
 extern "C" qkm_int ehrprog(const qkm_int *code, const char *text, qkm_int *status, qkm_len) {
-  QORUnicodeString string;
-  string.BuildFromNum(code != nullptr ? *code : 0, "Parameter: %d\n");
-  string += QORUnicodeString(text, 80);  // a character field of 80; stops early at a NUL
+  // A character field of 80; it stops early at a NUL.
+  char field[81] = {};
+  if (text != nullptr) std::memcpy(field, text, strnlen(text, 80));
+  char message[100];
+  std::snprintf(message, sizeof message, "Parameter: %d\n%s", code != nullptr ? *code : 0, field);
   if (status != nullptr) *status = 1;
-  new QORKytError(&string);  // announces itself and ends its own lifetime
+  announce(message);
   return 1;
 }
 

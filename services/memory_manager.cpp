@@ -1,5 +1,6 @@
 #include "QORKytMemoryManager.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -32,11 +33,17 @@ char *round_up8(char *p) {
 
 bool misaligned8(const void *p) { return (reinterpret_cast<std::uintptr_t>(p) & 7u) != 0; }
 
-// The error object prints itself and ends its own lifetime: the pointer is not kept.
-void announce_text(const char *text) {
-  QORUnicodeString message(text);
-  new QORKytError(&message);
+// Bytes of a block of `words` words plus the final spare word, or 0 when that byte count has
+// no address range to hold it (beyond PTRDIFF_MAX): such a request cannot be granted, and its
+// bytes must not wrap into a small one.
+size_t block_bytes(long long words) {
+  constexpr long long kMaxWords = (PTRDIFF_MAX - 8) / 8;
+  if (words < 0 || words > kMaxWords) return 0;
+  return static_cast<size_t>(words) * 8 + 8;
 }
+
+// The error object prints itself and ends its own lifetime: the pointer is not kept.
+void announce_text(const char *text) { QORKytErrorTools::Create(text); }
 
 void issue(bool warning, int code, const QORKytTypeEncapError &p1,
            const QORKytTypeEncapError &p2) {
@@ -202,8 +209,9 @@ int QORKytMemoryManager::Allocation(int count, int &indice, char **&arrays, long
       ehalmxc(&ceiling);
       if (ceiling <= total) return kRefused;
     }
-    char *block = static_cast<char *>(
-        std::malloc(static_cast<size_t>(static_cast<uint64_t>(total) * 8 + 8)));
+    // A total beyond any address range is a block that cannot be had, like a null malloc.
+    const size_t bytes = block_bytes(total);
+    char *block = bytes != 0 ? static_cast<char *>(std::malloc(bytes)) : nullptr;
     if (block != nullptr) {
       arrays[0] = block;
       for (int i = 0; i + 1 < count; ++i) arrays[i + 1] = arrays[i] + lengths[i] * 8;
@@ -224,6 +232,7 @@ int QORKytMemoryManager::Allocation(int count, int &indice, char **&arrays, long
         qkm_int ceiling = 0;
         ehalmxc(&ceiling);
         if (lengths[i] >= ceiling) {
+          for (int k = 0; k < i; ++k) _ElementTable[last + 1 + k] = nullptr;
           Desallocation(i, arrays);
           if (_ModeWarning == kMessageAvailableWarning)
             issue_sizes(true, kMessageWarning, lengths[i], ceiling);
@@ -232,9 +241,11 @@ int QORKytMemoryManager::Allocation(int count, int &indice, char **&arrays, long
           return kRefused;
         }
       }
-      char *block = static_cast<char *>(QORUnsecuredMemAlloc(
-          static_cast<size_t>(static_cast<uint64_t>(lengths[i]) * 8 + 8)));
+      const size_t bytes = block_bytes(lengths[i]);
+      char *block = bytes != 0 ? static_cast<char *>(QORUnsecuredMemAlloc(bytes)) : nullptr;
       if (block == nullptr) {
+        // The blocks of this call are freed through `arrays`: their slots must not keep them.
+        for (int k = 0; k < i; ++k) _ElementTable[last + 1 + k] = nullptr;
         int available = 0;
         ComputeAvailableMemory(static_cast<int>(lengths[i]), available);
         if (_ModeWarning == 0) {
@@ -394,8 +405,9 @@ int QORKytMemoryManager::Desallocation(int indice) {
     _IndiceAllocation = indice - 1;
     return 0;
   }
-  // One group alone; it stays on the stack as a hole. Only numbers ever issued have entries.
-  if (indice < -_IndiceMax) return 0;
+  // One group alone; it stays on the stack as a hole. A number no longer on the stack names
+  // slots that later calls have reused: it is refused like 0, and nothing is freed.
+  if (indice < -_IndiceAllocation) return kFailed;
   const int g = -indice;
   ReleaseElements(_IndiceTable[g - 1] + 1, _IndiceTable[g]);
   return 0;
@@ -405,7 +417,7 @@ int QORKytMemoryManager::Desallocation(int count, int *indices) {
   if (count < 1) return 0;
   for (int i = 0; i < count; ++i) {
     const int g = indices[i];
-    if (g > 0 && g <= _IndiceMax) ReleaseElements(_IndiceTable[g - 1] + 1, _IndiceTable[g]);
+    if (g > 0 && g <= _IndiceAllocation) ReleaseElements(_IndiceTable[g - 1] + 1, _IndiceTable[g]);
   }
   return 0;
 }

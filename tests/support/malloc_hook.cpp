@@ -2,9 +2,11 @@
 
 #include <cstddef>
 
+#include "platform/asan.h"
+
 // The allocator that really serves the calls: under AddressSanitizer its interceptor, so that
 // free and the leak checker keep seeing every block; otherwise the C library's own.
-#if defined(__SANITIZE_ADDRESS__)
+#if QKM_ASAN
 extern "C" void *__interceptor_malloc(std::size_t size);
 #define QKM_REAL_MALLOC __interceptor_malloc
 #else
