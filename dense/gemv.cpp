@@ -222,11 +222,60 @@ QKM_INLINE v4d transposed_sum(v4d p0, v4d p1, v4d p2, v4d p3) {
   return ((q0 + q1) + q2) + q3;
 }
 
+// Eight columns by two steps on 512-bit registers: lanes of the products are rows; the pairs
+// of the first and the third row quarter are added where they lie, and the sums travel into
+// column lanes with fewer shuffles than a whole transposition. tA and tB are the four-term
+// sums of the two steps, one column per lane.
+QKM_INLINE void two_steps(const v8d (&p)[8], v8d &ta, v8d &tb) {
+  v8d t[2];
+  for (int h = 0; h < 2; ++h) {
+    v8d a[2], hi[2];
+    for (int q = 0; q < 2; ++q) {
+      const v8d &p0 = p[4 * h + 2 * q], &p1 = p[4 * h + 2 * q + 1];
+      const v8d lo = __builtin_shufflevector(p0, p1, 0, 8, 2, 10, 4, 12, 6, 14);
+      hi[q] = __builtin_shufflevector(p0, p1, 1, 9, 3, 11, 5, 13, 7, 15);
+      const v8d u = lo + hi[q];  // rows 0+1 and 4+5 in quarters 0 and 2
+      a[q] = __builtin_shufflevector(u, lo, 0, 1, 10, 11, 4, 5, 14, 15);
+    }
+    const v8d x = __builtin_shufflevector(a[0], a[1], 0, 1, 8, 9, 4, 5, 12, 13);
+    const v8d y = __builtin_shufflevector(a[0], a[1], 2, 3, 10, 11, 6, 7, 14, 15);
+    const v8d z = __builtin_shufflevector(hi[0], hi[1], 2, 3, 10, 11, 6, 7, 14, 15);
+    t[h] = (x + y) + z;  // four columns of the first step, then of the second
+  }
+  ta = __builtin_shufflevector(t[0], t[1], 0, 1, 2, 3, 8, 9, 10, 11);
+  tb = __builtin_shufflevector(t[0], t[1], 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
 template <int L>
 QKM_INLINE void t32_unit_body(int64_t steps, int64_t n, double alpha, const double *a,
                               int64_t lda, const double *x, double beta, double *y) {
   const v4d va = vsplat<v4d>(alpha), vb = vsplat<v4d>(beta);
   int64_t j = 0;
+  if constexpr (L == qkm::simd::Avx512) {
+    const v8d va8 = splat8(alpha);
+    for (; j + 8 <= n; j += 8) {
+      const double *c = a + j * lda;
+      v8d s = load8(y + j) * splat8(beta);
+      int64_t k = 0;
+      for (; k + 8 <= 4 * steps; k += 8) {
+        const v8d xv = load8(x + k);
+        const v8d p[8] = {load8(c + k) * xv,           load8(c + lda + k) * xv,
+                          load8(c + 2 * lda + k) * xv, load8(c + 3 * lda + k) * xv,
+                          load8(c + 4 * lda + k) * xv, load8(c + 5 * lda + k) * xv,
+                          load8(c + 6 * lda + k) * xv, load8(c + 7 * lda + k) * xv};
+        v8d ta, tb;
+        two_steps(p, ta, tb);
+        s = s + va8 * ta;
+        s = s + va8 * tb;
+      }
+      if (k < 4 * steps) {
+        v8d t;
+        for (int l = 0; l < 8; ++l) t[l] = four_term(c + l * lda + k, x + k);
+        s = s + va8 * t;
+      }
+      store8(y + j, s);
+    }
+  }
   for (; j + 8 <= n; j += 8) {
     const double *c = a + j * lda;
     v4d s0 = vload<v4d>(y + j) * vb, s1 = vload<v4d>(y + j + 4) * vb;
