@@ -223,6 +223,49 @@ QKM_API void eaxevp(const qkm_int *n, const double *ap, double *z);
 
 /* ---- sparse structure ----------------------------------------------------------------- */
 
+/* ---- matrix-vector products ----------------------------------------------------------- */
+/* y := alpha*op(A)*x + beta*y, the argument list of DGEMV. trans (in, first byte): "N" for A,
+   "T" or "C" for A transposed, upper case only. m, n (in): rows and columns of a, whatever
+   trans says. alpha (in). a (in, lda by n). lda (in, >= max(1,m)). x (in): n elements for
+   "N", else m, stride incx (in, not 0). beta (in). y (in/out): m elements for "N", else n,
+   stride incy (in, not 0). A negative stride walks from the far end. m or n 0, or alpha 0
+   with beta 1: y is left alone. alpha 0: a and x are not read, y is scaled (beta 0: cleared).
+   A bad argument stops the process with "DGEMV Fatal Error" before anything is read or
+   written. Positive strides go to the four tuned kernels below, a negative one to dgemvf. */
+QKM_API void eagemv(const char *trans, const qkm_int *m, const qkm_int *n, const double *alpha,
+                    const double *a, const qkm_int *lda, const double *x, const qkm_int *incx,
+                    const double *beta, double *y, const qkm_int *incy, qkm_len trans_len);
+/* The general path, same arguments as eagemv. Checks the same conditions but does not stop:
+   the first bad one prints "DGEMV Error :" and its code (1 trans, 2 m, 3 n, 6 lda, 8 incx,
+   11 incy) on one line of standard output and returns with y unchanged. beta 0 clears y
+   first; with "N" a column whose x(j) is 0.0 is skipped. */
+QKM_API void dgemvf(const char *trans, const qkm_int *m, const qkm_int *n, const double *alpha,
+                    const double *a, const qkm_int *lda, const double *x, const qkm_int *incx,
+                    const double *beta, double *y, const qkm_int *incy, qkm_len trans_len);
+/* The tuned kernels: (m, n, alpha, a, lda, x, incx, beta, y, incy), nothing checked. m, n
+   (in): rows and columns of a (lda by n, in). x, y: strided as in eagemv, a stride of 0
+   reuses the first element. y is always read and multiplied by beta (beta 0 keeps a NaN).
+   m or n 0, or alpha 0 with beta 1: y is left alone.
+   dgemv_n, dgemv32_n: y (m elements, in/out) := beta*y + alpha*A*x (x: n elements, in).
+   dgemv32_n works on whole strips of 4 rows: with m not a multiple of 4 it reads a and y and
+   writes y up to the next multiple of 4.
+   dgemv_t, dgemv32_t: y (n elements, in/out) := beta*y + alpha*A^T*x (x: m elements, in).
+   dgemv32_t with incx = incy = 1 multiplies alpha into sums of four products and reads a and
+   x up to the next multiple of 4 rows; with other strides it works on whole groups of 4
+   columns, reading a and y and writing y up to the next multiple of 4 columns. */
+QKM_API void dgemv_n(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                     const qkm_int *lda, const double *x, const qkm_int *incx,
+                     const double *beta, double *y, const qkm_int *incy);
+QKM_API void dgemv32_n(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                       const qkm_int *lda, const double *x, const qkm_int *incx,
+                       const double *beta, double *y, const qkm_int *incy);
+QKM_API void dgemv_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                     const qkm_int *lda, const double *x, const qkm_int *incx,
+                     const double *beta, double *y, const qkm_int *incy);
+QKM_API void dgemv32_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                       const qkm_int *lda, const double *x, const qkm_int *incx,
+                       const double *beta, double *y, const qkm_int *incy);
+
 /* ---- printing and error reports of the services --------------------------------------- */
 /* Lines into the listing file (standard output when none is open). `text` and `format` are
    terminated; `ehprini` and `ehprinr` add a line holding a newline after their own. */

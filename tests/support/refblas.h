@@ -27,3 +27,6 @@ void dgetri_(const int *n, double *a, const int *lda, const int *ipiv, double *w
              const int *lwork, int *info);
 void dpotrf_(const char *uplo, const int *n, double *a, const int *lda, int *info, size_t);
 }
+extern "C" void dgemv_(const char *trans, const int *m, const int *n, const double *alpha,
+                       const double *a, const int *lda, const double *x, const int *incx,
+                       const double *beta, double *y, const int *incy, size_t);
