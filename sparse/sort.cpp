@@ -1,0 +1,127 @@
+// eaxsort: in-place quicksort of fixed-length records by one signed 32-bit word, without
+// recursion. Records move through one record of scratch (the pivot) and a hole, one copy per
+// misplaced record. The pivot walks through the middle, three quarters, the middle and one
+// quarter of successive ranges; the order left among equal keys follows from these steps and
+// is part of the result.
+#include <cstdint>
+#include <cstring>
+
+#include "kernels.h"
+
+namespace {
+
+struct Range {
+  int32_t lo, hi, m;  // first and last record (from 1), record count minus one
+};
+
+// Pending ranges: the part put off is never the smaller one, so 32 entries would do.
+thread_local Range pending[64];
+
+// Record access for a width known at compile time (W > 0) or at run time (W = 0), so that the
+// common narrow records move with plain loads and stores instead of a variable-length copy.
+template <int W>
+struct Table {
+  int32_t *base;  // record 1
+  int32_t width;
+  const int32_t *keys;  // key word of record 1
+
+  int32_t lrec() const { return W > 0 ? W : width; }
+  int32_t *rec(int32_t r) const { return base + static_cast<std::ptrdiff_t>(r - 1) * lrec(); }
+  int32_t key(int32_t r) const { return keys[static_cast<std::ptrdiff_t>(r - 1) * lrec()]; }
+  void copy(int32_t *dst, const int32_t *src) const {
+    std::memcpy(dst, src, static_cast<std::size_t>(static_cast<uint32_t>(lrec())) * 4u);
+  }
+};
+
+template <int W>
+void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
+  int32_t lo = 1, hi = nrec, m = nrec - 1;
+  int top = 0;
+  bool a = false, b = false;  // the two toggles of the pivot walk
+  for (;;) {
+    while (lo >= hi) {
+      if (top == 0) return;
+      const Range r = pending[--top];
+      lo = r.lo;
+      hi = r.hi;
+      m = r.m;
+    }
+    int32_t p = lo + (m >> 1);
+    if (a) {
+      a = false;
+      p += b ? -(m >> 2) : (m >> 2);
+      b = !b;
+    } else {
+      a = true;
+    }
+    const int32_t k = t.key(p);
+
+    // First scans: they pass over keys equal to the pivot's.
+    int32_t i = lo;
+    while (i < p && t.key(i) <= k) ++i;
+    int32_t j = hi;
+    while (j > p && t.key(j) >= k) --j;
+
+    int32_t q;
+    if (i == p && j == p) {
+      q = p;
+    } else {
+      t.copy(work, t.rec(p));
+      if (i < p) t.copy(t.rec(p), t.rec(i));
+      int32_t left = i, right = j;  // the hole is at left
+      // Alternating scans: they stop on keys equal to the pivot's in both directions.
+      for (;;) {
+        while (t.key(right) > k) {
+          if (--right == left) break;
+        }
+        if (right == left) {
+          q = left;
+          break;
+        }
+        t.copy(t.rec(left), t.rec(right));  // hole now at right
+        do {
+          ++left;
+        } while (left != right && t.key(left) < k);
+        if (left == right) {
+          q = right;
+          break;
+        }
+        t.copy(t.rec(right), t.rec(left));  // hole now at left
+        if (--right == left) {
+          q = left;
+          break;
+        }
+      }
+      t.copy(t.rec(q), work);
+    }
+
+    const int32_t nl = q - lo;
+    const Range left_part{lo, q - 1, nl - 1}, right_part{q + 1, hi, m - nl - 1};
+    const bool left_smaller = 2 * static_cast<int64_t>(nl) < m;
+    pending[top++] = left_smaller ? right_part : left_part;
+    const Range next = left_smaller ? left_part : right_part;
+    lo = next.lo;
+    hi = next.hi;
+    m = next.m;
+  }
+}
+
+template <int W>
+void run(int32_t *table, int32_t lrec, int32_t nrec, int32_t ikey, int32_t *work) {
+  quicksort(Table<W>{table, lrec, table + (ikey - 1)}, nrec, work);
+}
+
+}  // namespace
+
+extern "C" void eaxsort(qkm_int *table, const qkm_int *lrec, const qkm_int *nrec,
+                        const qkm_int *ikey, qkm_int *work) {
+  const int32_t w = *lrec, n = *nrec, key = *ikey;
+  if (n <= 1) return;
+  switch (w) {
+    case 1: return run<1>(table, w, n, key, work);
+    case 2: return run<2>(table, w, n, key, work);
+    case 3: return run<3>(table, w, n, key, work);
+    case 4: return run<4>(table, w, n, key, work);
+    default: return run<0>(table, w, n, key, work);
+  }
+}
