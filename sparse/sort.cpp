@@ -23,17 +23,24 @@ template <int W>
 struct Table {
   int32_t *base;  // record 1
   int32_t width;
-  const int32_t *keys;  // key word of record 1
+  int32_t *keys;  // key word of record 1
+  std::ptrdiff_t shift;  // key word's place in its record
 
   int32_t lrec() const { return W > 0 ? W : width; }
   int32_t *rec(int32_t r) const { return base + static_cast<std::ptrdiff_t>(r - 1) * lrec(); }
-  int32_t key(int32_t r) const { return keys[static_cast<std::ptrdiff_t>(r - 1) * lrec()]; }
+  int32_t &key(int32_t r) const { return keys[static_cast<std::ptrdiff_t>(r - 1) * lrec()]; }
+  // The record whose key word is at kp, and its number.
+  int32_t *rec_at(int32_t *kp) const { return kp - shift; }
+  int32_t number(const int32_t *kp) const { return static_cast<int32_t>((kp - keys) / lrec()) + 1; }
   void copy(int32_t *dst, const int32_t *src) const {
     std::memcpy(dst, src, static_cast<std::size_t>(static_cast<uint32_t>(lrec())) * 4u);
   }
 };
 
-template <int W>
+// With Sentinel (the key lies inside the record), the alternating scans find their bound
+// through the pivot's key written into the key word of the hole, whose stale content is
+// always overwritten afterwards; otherwise they test the bound at every step.
+template <int W, bool Sentinel>
 void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
   int32_t lo = 1, hi = nrec, m = nrec - 1;
   int top = 0;
@@ -54,6 +61,17 @@ void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
     } else {
       a = true;
     }
+    if (m == 1) {
+      // Two records: the pivot is the first, and the partition reduces to one exchange
+      // through `work` when the second key is smaller. Both parts hold one record or none.
+      if (t.key(hi) < t.key(lo)) {
+        t.copy(work, t.rec(lo));
+        t.copy(t.rec(lo), t.rec(hi));
+        t.copy(t.rec(hi), work);
+      }
+      lo = hi;
+      continue;
+    }
     const int32_t k = t.key(p);
 
     // First scans: they pass over keys equal to the pivot's.
@@ -68,37 +86,52 @@ void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
     } else {
       t.copy(work, t.rec(p));
       if (i < p) t.copy(t.rec(p), t.rec(i));
-      int32_t left = i, right = j;  // the hole is at left
-      // Alternating scans: they stop on keys equal to the pivot's in both directions.
+      // Alternating scans, on the key words: they stop on keys equal to the pivot's in both
+      // directions. The hole is at `left` to begin with.
+      const std::ptrdiff_t step = t.lrec();
+      int32_t *left = &t.key(i), *right = &t.key(j), *qk;
       for (;;) {
-        while (t.key(right) > k) {
-          if (--right == left) break;
+        if (Sentinel) {
+          *left = k;
+          while (*right > k) right -= step;
+        } else {
+          while (*right > k)
+            if ((right -= step) == left) break;
         }
         if (right == left) {
-          q = left;
+          qk = left;
           break;
         }
-        t.copy(t.rec(left), t.rec(right));  // hole now at right
-        do {
-          ++left;
-        } while (left != right && t.key(left) < k);
+        t.copy(t.rec_at(left), t.rec_at(right));  // hole now at right
+        if (Sentinel) {
+          *right = k;
+          do left += step;
+          while (*left < k);
+        } else {
+          do left += step;
+          while (left != right && *left < k);
+        }
         if (left == right) {
-          q = right;
+          qk = right;
           break;
         }
-        t.copy(t.rec(right), t.rec(left));  // hole now at left
-        if (--right == left) {
-          q = left;
+        t.copy(t.rec_at(right), t.rec_at(left));  // hole now at left
+        if ((right -= step) == left) {
+          qk = left;
           break;
         }
       }
-      t.copy(t.rec(q), work);
+      t.copy(t.rec_at(qk), work);
+      q = t.number(qk);
     }
 
+    // The larger part waits; a part of one record or none would only be dropped when taken
+    // back, so it is not put on the stack at all.
     const int32_t nl = q - lo;
     const Range left_part{lo, q - 1, nl - 1}, right_part{q + 1, hi, m - nl - 1};
     const bool left_smaller = 2 * static_cast<int64_t>(nl) < m;
-    pending[top++] = left_smaller ? right_part : left_part;
+    const Range later = left_smaller ? right_part : left_part;
+    if (later.m > 0) pending[top++] = later;
     const Range next = left_smaller ? left_part : right_part;
     lo = next.lo;
     hi = next.hi;
@@ -108,7 +141,11 @@ void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
 
 template <int W>
 void run(int32_t *table, int32_t lrec, int32_t nrec, int32_t ikey, int32_t *work) {
-  quicksort(Table<W>{table, lrec, table + (ikey - 1)}, nrec, work);
+  const Table<W> t{table, lrec, table + (ikey - 1), ikey - 1};
+  if (ikey >= 1 && ikey <= lrec)
+    quicksort<W, true>(t, nrec, work);
+  else
+    quicksort<W, false>(t, nrec, work);
 }
 
 }  // namespace

@@ -130,6 +130,20 @@ TEST(Sort, RandomTablesFollowTheMethodRecordForRecord) {
         }
 }
 
+// A key word past the record reads into the next record: the method still runs as stated
+// (the table is padded by one record for the last key).
+TEST(Sort, KeyOutsideTheRecord) {
+  std::mt19937 rng(3);
+  V t(2 * 501);
+  for (auto &w : t) w = static_cast<int32_t>(rng() % 20);
+  V expect = t;
+  oracle_sort(expect, 2, 500, 3);
+  V work(2);
+  const int32_t lrec = 2, nrec = 500, ikey = 3;
+  eaxsort(t.data(), &lrec, &nrec, &ikey, work.data());
+  EXPECT_EQ(t, expect);
+}
+
 TEST(Sort, OrderedInputsAndThreads) {
   V up(5000), down(5000);
   for (int i = 0; i < 5000; ++i) up[i] = i - 2500, down[i] = 2500 - i;
