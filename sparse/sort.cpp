@@ -37,14 +37,32 @@ struct Table {
   }
 };
 
-// With Sentinel (the key lies inside the record), the alternating scans find their bound
-// through the pivot's key written into the key word of the hole, whose stale content is
+// With KeyInRecord (the key word lies inside its record), the alternating scans find their
+// bound through the pivot's key written into the key word of the hole, whose stale content is
 // always overwritten afterwards; otherwise they test the bound at every step.
-template <int W, bool Sentinel>
+template <int W, bool KeyInRecord>
 void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
   int32_t lo = 1, hi = nrec, m = nrec - 1;
   int top = 0;
   bool a = false, b = false;  // the two toggles of the pivot walk
+  // Offset of the pivot in a range of span+1 records: the middle, three quarters, the middle,
+  // one quarter, range after range.
+  auto walk = [&a, &b](int32_t span) {
+    int32_t p = span >> 1;
+    if (a) {
+      p += b ? -(span >> 2) : (span >> 2);
+      b = !b;
+    }
+    a = !a;
+    return p;
+  };
+  auto order_pair = [&t, work](int32_t f) {
+    if (t.key(f + 1) < t.key(f)) {
+      t.copy(work, t.rec(f));
+      t.copy(t.rec(f), t.rec(f + 1));
+      t.copy(t.rec(f + 1), work);
+    }
+  };
   for (;;) {
     while (lo >= hi) {
       if (top == 0) return;
@@ -53,23 +71,34 @@ void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
       hi = r.hi;
       m = r.m;
     }
-    int32_t p = lo + (m >> 1);
-    if (a) {
-      a = false;
-      p += b ? -(m >> 2) : (m >> 2);
-      b = !b;
-    } else {
-      a = true;
-    }
+    const int32_t p = lo + walk(m);
+    // Ranges of two and three records: the partitions that the steps below would make,
+    // written out. A pair keeps the first record as its pivot and is exchanged through `work`
+    // when its second key is smaller. Three records are read once, which holds only when each
+    // key travels with its own record.
     if (m == 1) {
-      // Two records: the pivot is the first, and the partition reduces to one exchange
-      // through `work` when the second key is smaller. Both parts hold one record or none.
-      if (t.key(hi) < t.key(lo)) {
-        t.copy(work, t.rec(lo));
-        t.copy(t.rec(lo), t.rec(hi));
-        t.copy(t.rec(hi), work);
-      }
+      order_pair(lo);
       lo = hi;
+      continue;
+    }
+    if (KeyInRecord && m == 2) {
+      const int32_t kx = t.key(lo), k = t.key(p), kz = t.key(hi);
+      lo = hi;
+      if (kx <= k && kz >= k) continue;  // pivot in place, parts of one record
+      t.copy(work, t.rec(p));
+      if (kx > k && kz < k) {  // the outer records change places, the pivot stays
+        t.copy(t.rec(p), t.rec(p - 1));
+        t.copy(t.rec(p - 1), t.rec(p + 1));
+        t.copy(t.rec(p + 1), t.rec(p));
+        t.copy(t.rec(p), work);
+        continue;
+      }
+      // The pivot goes to one end; the other two records form the next range, taken at once.
+      const int32_t end = kz >= k ? p - 1 : p + 1;
+      t.copy(t.rec(p), t.rec(end));
+      t.copy(t.rec(end), work);
+      walk(1);
+      order_pair(kz >= k ? p : p - 1);
       continue;
     }
     const int32_t k = t.key(p);
@@ -91,7 +120,7 @@ void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
       const std::ptrdiff_t step = t.lrec();
       int32_t *left = &t.key(i), *right = &t.key(j), *qk;
       for (;;) {
-        if (Sentinel) {
+        if (KeyInRecord) {
           *left = k;
           while (*right > k) right -= step;
         } else {
@@ -103,7 +132,7 @@ void quicksort(Table<W> t, int32_t nrec, int32_t *work) {
           break;
         }
         t.copy(t.rec_at(left), t.rec_at(right));  // hole now at right
-        if (Sentinel) {
+        if (KeyInRecord) {
           *right = k;
           do left += step;
           while (*left < k);
