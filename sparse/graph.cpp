@@ -3,6 +3,7 @@
 // allocates every array. Lists are in pointer form: list i at positions ptr(i)+1 to ptr(i+1).
 #include <algorithm>
 
+#include "frame/wrap.h"
 #include "kernels.h"
 
 namespace {
@@ -122,7 +123,7 @@ void eaunln(const qkm_int *nn, const void * /*ignored*/, const void * /*ignored*
 void eaupne(const qkm_int *ntotal, const qkm_int *nfirst, const qkm_int *mfirst,
             const qkm_int *mtotal, const qkm_int *key, qkm_int *ptr) {
   static const qkm_int code = 3;
-  const qkm_int count = *mtotal + 1;
+  const qkm_int count = qkm::wrap_add(*mtotal, 1);
   eaxraz(&code, ptr, &count);
   const qkm_int n1 = *nfirst, m1 = *mfirst;
   for (qkm_int k = 1; k <= n1; ++k) ptr[key[k - 1]] = k;
