@@ -221,8 +221,6 @@ QKM_API qkm_int eaxeql(const qkm_int *n, double *d, double *e, double *z, qkm_in
 QKM_API void eaxeor(const qkm_int *iorder, const qkm_int *n, double *d, double *z);
 QKM_API void eaxevp(const qkm_int *n, const double *ap, double *z);
 
-/* ---- sparse structure ----------------------------------------------------------------- */
-
 /* ---- matrix-vector products ----------------------------------------------------------- */
 /* y := alpha*op(A)*x + beta*y, the argument list of DGEMV. trans (in, first byte): "N" for A,
    "T" or "C" for A transposed, upper case only. m, n (in): rows and columns of a, whatever
@@ -265,6 +263,39 @@ QKM_API void dgemv_t(const qkm_int *m, const qkm_int *n, const double *alpha, co
 QKM_API void dgemv32_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
                        const qkm_int *lda, const double *x, const qkm_int *incx,
                        const double *beta, double *y, const qkm_int *incy);
+
+/* ---- mesh graphs and sorting ---------------------------------------------------------- */
+/* Lists in pointer form: list i at positions ptr(i)+1 .. ptr(i+1) of its index array, ptr(1)
+   = 0. Nodes and elements count from 1; eptr (ne+1, in) with eptr(1) = 0 and econn
+   (eptr(ne+1), in) give the nodes of each element. Nothing is validated: a node outside 1..nn
+   writes outside the arrays, and nn < 0 must not be passed. `ignored` arguments are not read.
+   eaunle: nptr (nn+1, out), nlist (eptr(ne+1), out): the elements of each node, ascending; an
+     element that names a node twice stands twice in its list. */
+QKM_API void eaunle(const qkm_int *nn, const qkm_int *ne, const void *ignored,
+                    const qkm_int *eptr, const qkm_int *econn, qkm_int *nptr, qkm_int *nlist);
+/* eaupnn: counting pass of the nodal graph. nptr, nlist (out) as eaunle; mark (nn, scratch);
+     aptr (nn+1, out): pointers of the neighbour lists; nadj (out) = aptr(nn+1), the length the
+     caller allocates for adj. */
+QKM_API void eaupnn(const qkm_int *nn, const qkm_int *ne, const void *ignored,
+                    const qkm_int *eptr, const qkm_int *econn, qkm_int *nptr, qkm_int *nlist,
+                    qkm_int *mark, qkm_int *aptr, qkm_int *nadj);
+/* eaunln: filling pass, after eaupnn with the same eptr, econn, nptr, nlist (in). link (nn+1,
+     scratch; link(2..nn+1) end as 0); adj (nadj, out): the neighbours of each node, ascending,
+     without the node itself and without repeats, in the positions that aptr names. */
+QKM_API void eaunln(const qkm_int *nn, const void *ignored2, const void *ignored3,
+                    const qkm_int *eptr, const qkm_int *econn, const qkm_int *nptr,
+                    const qkm_int *nlist, qkm_int *link, qkm_int *adj);
+/* eaupne: ptr (mtotal+1, out) over the rows of key (ntotal, in), whose entries 1..nfirst hold
+     rows 1..mfirst and entries nfirst+1..ntotal rows mfirst+1..mtotal as offsets past mfirst,
+     ascending within each segment. Row r owns the positions ptr(r)+1 .. ptr(r+1). */
+QKM_API void eaupne(const qkm_int *ntotal, const qkm_int *nfirst, const qkm_int *mfirst,
+                    const qkm_int *mtotal, const qkm_int *key, qkm_int *ptr);
+/* eaxsort: sorts nrec records of lrec words (table, nrec*lrec, in/out) ascending by their
+     word ikey (from 1), compared as signed 32-bit; the other words travel with their key.
+     work (lrec, scratch) holds the pivot record. Not stable; the order among equal keys is
+     fixed by the method. nrec <= 1 touches nothing. Not re-entrant within one thread. */
+QKM_API void eaxsort(qkm_int *table, const qkm_int *lrec, const qkm_int *nrec,
+                     const qkm_int *ikey, qkm_int *work);
 
 /* ---- printing and error reports of the services --------------------------------------- */
 /* Lines into the listing file (standard output when none is open). `text` and `format` are
