@@ -6,7 +6,7 @@
 #include "QORKytListing.h"
 #include "QORSystem.h"
 #include "kernels.h"
-#include "platform/asan.h"
+#include "common/asan.h"
 #include "services/listing_pass.h"
 
 #if QKM_ASAN

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "platform/asan.h"
+#include "common/asan.h"
 
 // The allocator that really serves the calls: under AddressSanitizer its interceptor, so that
 // free and the leak checker keep seeing every block; otherwise the C library's own.
