@@ -1,0 +1,215 @@
+// e_dtpsv: x is replaced by the solution of A*x = b or A^T*x = b, A triangular and packed by
+// columns (upper: a(i,j) at i + j(j-1)/2; lower: diagonal first, a(i,j) at i + (2n-j)(j-1)/2).
+//
+// Four paths (A or A^T, upper or lower), each in a unit-stride form and a strided form that
+// do the same arithmetic:
+//  - With A, a column whose x_j is exactly 0.0 is skipped (nothing divided, no update); the
+//    updates x_i = x_i - x_j * a(i,j) touch each x_i once, so the unit-stride form runs them
+//    eight lanes at a time. The strided form keeps the order of the public routine, which
+//    matters only when the stride is 0 and every update falls on x(1).
+//  - With A^T, t = x_j - (sum of a(i,j) * x_i) is always divided. Below eight terms the terms
+//    are subtracted one by one in the order of the public routine (ascending i for upper,
+//    descending for lower). From eight terms on, their sum uses one fixed split on every
+//    processor and either form: the 32 partial sums of qkm::sum32 over the terms in
+//    ascending i, combined as described there, then subtracted from x_j once.
+//
+// Flags are read from their first byte, in either case; any other letter takes the second
+// branch (lower, A^T, unit diagonal). n = 0 returns before anything is read; a negative n
+// passes that test and ends at the paths' own n < 1 test.
+#include <cstdint>
+
+#include "frame/simd.h"
+#include "frame/toolkit.h"
+#include "frame/variant.h"
+#include "frame/vec.h"
+#include "kernels.h"
+
+namespace {
+
+using namespace qkm::vec;
+using qkm::front_col0;
+
+// Start of the strided walk, 0-based; working storage of the kernel, one per thread.
+thread_local int64_t t_kx;
+
+constexpr int64_t kSplitFrom = 8;  // A^T inner sums of this many terms or more are split
+
+enum Path : int { UpperA, LowerA, UpperAt, LowerAt };
+
+QKM_INLINE int64_t upper_col0(int64_t j) { return j * (j - 1) / 2; }  // j one-based
+
+// x[i] = x[i] - t * a[i] for i in [0, m): element-wise, the same bits at any width.
+QKM_INLINE void sub_scaled(int64_t m, double t, const double *a, double *x) {
+  const v8d vt = splat8(t);
+  int64_t i = 0;
+  for (; i + 16 <= m; i += 16) {
+    const v8d x0 = load8(x + i) - vt * load8(a + i);
+    const v8d x1 = load8(x + i + 8) - vt * load8(a + i + 8);
+    store8(x + i, x0);
+    store8(x + i + 8, x1);
+  }
+  for (; i + 8 <= m; i += 8) store8(x + i, load8(x + i) - vt * load8(a + i));
+  for (; i < m; ++i) x[i] = x[i] - t * a[i];
+}
+
+// The sum of a[i] * x[i * inc] for i in [0, m), split exactly as qkm::sum32 splits a
+// contiguous sum: partial q takes the terms q, q + 32, ... in order, then the fixed tree.
+// Terms that sum32 pads with zeros are +0.0 there and change no partial, so they are skipped.
+double split_dot_strided(int64_t m, const double *a, const double *x, int64_t inc) {
+  double p[32] = {};
+  for (int64_t i = 0; i < m; ++i) p[i & 31] = p[i & 31] + a[i] * x[i * inc];
+  double v[8];
+  for (int l = 0; l < 8; ++l) v[l] = (p[l] + p[l + 8]) + (p[l + 16] + p[l + 24]);
+  return ((v[0] + v[1]) + (v[2] + v[3])) + ((v[4] + v[5]) + (v[6] + v[7]));
+}
+
+template <int L>
+QKM_INLINE double unit_dot(int64_t m, const double *a, const double *x) {
+  return qkm::sum32(m, [](v8d va, v8d vx) QKM_INLINE_LAMBDA { return va * vx; }, a, x);
+}
+
+// ---- unit stride -----------------------------------------------------------------------
+template <int L>
+QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x, bool nounit) {
+  switch (path) {
+    case UpperA:
+      for (int64_t j = n; j >= 1; --j) {
+        if (x[j - 1] == 0.0) continue;
+        const double *col = ap + upper_col0(j);
+        if (nounit) x[j - 1] = x[j - 1] / col[j - 1];
+        sub_scaled(j - 1, x[j - 1], col, x);
+      }
+      break;
+    case LowerA:
+      for (int64_t j = 1; j <= n; ++j) {
+        if (x[j - 1] == 0.0) continue;
+        const double *col = ap + front_col0(n, j);
+        if (nounit) x[j - 1] = x[j - 1] / col[0];
+        sub_scaled(n - j, x[j - 1], col + 1, x + j);
+      }
+      break;
+    case UpperAt:
+      for (int64_t j = 1; j <= n; ++j) {
+        const double *col = ap + upper_col0(j);
+        double t = x[j - 1];
+        if (j - 1 < kSplitFrom) {
+          for (int64_t i = 0; i < j - 1; ++i) t = t - col[i] * x[i];
+        } else {
+          t = t - unit_dot<L>(j - 1, col, x);
+        }
+        if (nounit) t = t / col[j - 1];
+        x[j - 1] = t;
+      }
+      break;
+    default:  // LowerAt
+      for (int64_t j = n; j >= 1; --j) {
+        const double *col = ap + front_col0(n, j);
+        double t = x[j - 1];
+        if (n - j < kSplitFrom) {
+          for (int64_t i = n - 1; i >= j; --i) t = t - col[i - j + 1] * x[i];
+        } else {
+          t = t - unit_dot<L>(n - j, col + 1, x + j);
+        }
+        if (nounit) t = t / col[0];
+        x[j - 1] = t;
+      }
+      break;
+  }
+}
+QKM_VARIANTS(void, unit_solve, (int path, int64_t n, const double *ap, double *x, bool nounit),
+             (path, n, ap, x, nounit))
+
+// ---- running positions -----------------------------------------------------------------
+// x_k (one-based) at x[kx + (k - 1) * inc]; kx is the thread's start of the walk.
+void strided_solve(int path, int64_t n, const double *ap, double *x, int64_t inc, bool nounit) {
+  int64_t &kx = t_kx;
+  switch (path) {
+    case UpperA: {
+      kx += (n - 1) * inc;  // the walk starts at x_n and moves back
+      int64_t jx = kx;
+      for (int64_t j = n; j >= 1; --j, jx -= inc) {
+        if (x[jx] == 0.0) continue;
+        const double *col = ap + upper_col0(j);
+        if (nounit) x[jx] = x[jx] / col[j - 1];
+        const double t = x[jx];
+        int64_t ix = jx;
+        for (int64_t i = j - 1; i >= 1; --i) {
+          ix -= inc;
+          x[ix] = x[ix] - t * col[i - 1];
+        }
+      }
+      break;
+    }
+    case LowerA: {
+      int64_t jx = kx;
+      for (int64_t j = 1; j <= n; ++j, jx += inc) {
+        if (x[jx] == 0.0) continue;
+        const double *col = ap + front_col0(n, j);
+        if (nounit) x[jx] = x[jx] / col[0];
+        const double t = x[jx];
+        int64_t ix = jx;
+        for (int64_t i = j + 1; i <= n; ++i) {
+          ix += inc;
+          x[ix] = x[ix] - t * col[i - j];
+        }
+      }
+      break;
+    }
+    case UpperAt: {
+      int64_t jx = kx;
+      for (int64_t j = 1; j <= n; ++j, jx += inc) {
+        const double *col = ap + upper_col0(j);
+        double t = x[jx];
+        if (j - 1 < kSplitFrom) {
+          int64_t ix = kx;
+          for (int64_t i = 0; i < j - 1; ++i, ix += inc) t = t - col[i] * x[ix];
+        } else {
+          t = t - split_dot_strided(j - 1, col, x + kx, inc);
+        }
+        if (nounit) t = t / col[j - 1];
+        x[jx] = t;
+      }
+      break;
+    }
+    default: {  // LowerAt
+      kx += (n - 1) * inc;  // the walk starts at x_n and moves back
+      int64_t jx = kx;
+      for (int64_t j = n; j >= 1; --j, jx -= inc) {
+        const double *col = ap + front_col0(n, j);
+        double t = x[jx];
+        if (n - j < kSplitFrom) {
+          int64_t ix = kx;
+          for (int64_t i = n; i > j; --i, ix -= inc) t = t - col[i - j] * x[ix];
+        } else {
+          t = t - split_dot_strided(n - j, col + 1, x + jx + inc, inc);
+        }
+        if (nounit) t = t / col[0];
+        x[jx] = t;
+      }
+      break;
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" void e_dtpsv(const char *uplo, const char *trans, const char *diag, const qkm_int *n,
+                        const double *ap, double *x, const qkm_int *incx, qkm_len, qkm_len,
+                        qkm_len) {
+  const int32_t nn = *n;
+  if (nn == 0) return;
+  const bool nounit = *diag == 'N' || *diag == 'n';
+  const int32_t inc = *incx;
+  if (inc < 1)
+    t_kx = (1 - static_cast<int64_t>(nn)) * inc;
+  else if (inc > 1)
+    t_kx = 0;
+  if (nn < 1) return;
+  const bool upper = *uplo == 'U' || *uplo == 'u';
+  const bool plain = *trans == 'N' || *trans == 'n';
+  const int path = plain ? (upper ? UpperA : LowerA) : (upper ? UpperAt : LowerAt);
+  if (inc == 1)
+    unit_solve(path, nn, ap, x, nounit);
+  else
+    strided_solve(path, nn, ap, x, inc, nounit);
+}
