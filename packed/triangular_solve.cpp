@@ -36,7 +36,10 @@ constexpr int64_t kSplitFrom = 8;  // A^T inner sums of this many terms or more 
 
 enum Path : int { UpperA, LowerA, UpperAt, LowerAt };
 
-QKM_INLINE int64_t upper_col0(int64_t j) { return j * (j - 1) / 2; }  // j one-based
+// 0-based position of the first stored element of column j (one-based): a(1,j) for upper,
+// the diagonal a(j,j) for lower.
+QKM_INLINE int64_t upper_col0(int64_t j) { return j * (j - 1) / 2; }
+QKM_INLINE int64_t lower_col0(int64_t n, int64_t j) { return front_col0(n, j) + j - 1; }
 
 // x[i] = x[i] - t * a[i] for i in [0, m): element-wise, the same bits at any width.
 QKM_INLINE void sub_scaled(int64_t m, double t, const double *a, double *x) {
@@ -83,7 +86,7 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
     case LowerA:
       for (int64_t j = 1; j <= n; ++j) {
         if (x[j - 1] == 0.0) continue;
-        const double *col = ap + front_col0(n, j);
+        const double *col = ap + lower_col0(n, j);
         if (nounit) x[j - 1] = x[j - 1] / col[0];
         sub_scaled(n - j, x[j - 1], col + 1, x + j);
       }
@@ -103,7 +106,7 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
       break;
     default:  // LowerAt
       for (int64_t j = n; j >= 1; --j) {
-        const double *col = ap + front_col0(n, j);
+        const double *col = ap + lower_col0(n, j);
         double t = x[j - 1];
         if (n - j < kSplitFrom) {
           for (int64_t i = n - 1; i >= j; --i) t = t - col[i - j + 1] * x[i];
@@ -144,7 +147,7 @@ void strided_solve(int path, int64_t n, const double *ap, double *x, int64_t inc
       int64_t jx = kx;
       for (int64_t j = 1; j <= n; ++j, jx += inc) {
         if (x[jx] == 0.0) continue;
-        const double *col = ap + front_col0(n, j);
+        const double *col = ap + lower_col0(n, j);
         if (nounit) x[jx] = x[jx] / col[0];
         const double t = x[jx];
         int64_t ix = jx;
@@ -175,7 +178,7 @@ void strided_solve(int path, int64_t n, const double *ap, double *x, int64_t inc
       kx += (n - 1) * inc;  // the walk starts at x_n and moves back
       int64_t jx = kx;
       for (int64_t j = n; j >= 1; --j, jx -= inc) {
-        const double *col = ap + front_col0(n, j);
+        const double *col = ap + lower_col0(n, j);
         double t = x[jx];
         if (n - j < kSplitFrom) {
           int64_t ix = kx;
