@@ -7,11 +7,15 @@
 //    updates x_i = x_i - x_j * a(i,j) touch each x_i once, so the unit-stride form runs them
 //    eight lanes at a time. The strided form keeps the order of the public routine, which
 //    matters only when the stride is 0 and every update falls on x(1).
-//  - With A^T, t = x_j - (sum of a(i,j) * x_i) is always divided. Below eight terms the terms
-//    are subtracted one by one in the order of the public routine (ascending i for upper,
-//    descending for lower). From eight terms on, their sum uses one fixed split on every
-//    processor and either form: the 32 partial sums of qkm::sum32 over the terms in
-//    ascending i, combined as described there, then subtracted from x_j once.
+//  - With A^T, t = x_j minus the terms a(i,j) * x_i, then always divided. Below eight terms
+//    they are subtracted one by one in the order of the public routine (ascending i for
+//    upper, descending for lower). From eight terms on, one fixed split on every processor
+//    and in either form: the other terms are summed first, then t = (x_j - sum) - a(k,j) * x_k
+//    with k the row next to the diagonal (j - 1 upper, j + 1 lower), whose x_k the previous
+//    column has just produced; the sum takes the terms in ascending i into 32 partial sums
+//    from +0.0, partial q taking the terms q, q + 32, q + 64, ..., combined lane-wise as
+//    (p[0..7] + p[8..15]) + (p[16..23] + p[24..31]) and then
+//    ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)), the split of qkm::sum32.
 //
 // Flags are read from their first byte, in either case; any other letter takes the second
 // branch (lower, A^T, unit diagonal). n = 0 returns before anything is read; a negative n
@@ -33,6 +37,9 @@ using qkm::front_col0;
 thread_local int64_t t_kx;
 
 constexpr int64_t kSplitFrom = 8;  // A^T inner sums of this many terms or more are split
+// Elements of ap fetched ahead of use: a long triangle is read once from memory, column after
+// column, and each column ends in a dependency that stalls the loads of the next one.
+constexpr int64_t kAhead = 256;
 
 enum Path : int { UpperA, LowerA, UpperAt, LowerAt };
 
@@ -41,11 +48,16 @@ enum Path : int { UpperA, LowerA, UpperAt, LowerAt };
 QKM_INLINE int64_t upper_col0(int64_t j) { return j * (j - 1) / 2; }
 QKM_INLINE int64_t lower_col0(int64_t n, int64_t j) { return front_col0(n, j) + j - 1; }
 
-// x[i] = x[i] - t * a[i] for i in [0, m): element-wise, the same bits at any width.
+// x[i] = x[i] - t * a[i] for i in [0, m): element-wise, the same bits at any width. Single
+// steps first until x is 64-byte aligned, so that the wide stores never split a cache line.
 QKM_INLINE void sub_scaled(int64_t m, double t, const double *a, double *x) {
   const v8d vt = splat8(t);
   int64_t i = 0;
+  const int64_t head = static_cast<int64_t>((64 - (reinterpret_cast<uintptr_t>(x) & 63)) & 63) / 8;
+  for (const int64_t h = head < m ? head : m; i < h; ++i) x[i] = x[i] - t * a[i];
   for (; i + 16 <= m; i += 16) {
+    __builtin_prefetch(a + i + kAhead);
+    __builtin_prefetch(a + i + kAhead + 8);
     const v8d x0 = load8(x + i) - vt * load8(a + i);
     const v8d x1 = load8(x + i + 8) - vt * load8(a + i + 8);
     store8(x + i, x0);
@@ -55,10 +67,8 @@ QKM_INLINE void sub_scaled(int64_t m, double t, const double *a, double *x) {
   for (; i < m; ++i) x[i] = x[i] - t * a[i];
 }
 
-// The sum of a[i] * x[i * inc] for i in [0, m), split exactly as qkm::sum32 splits a
-// contiguous sum: partial q takes the terms q, q + 32, ... in order, then the fixed tree.
-// Terms that sum32 pads with zeros are +0.0 there and change no partial, so they are skipped.
-double split_dot_strided(int64_t m, const double *a, const double *x, int64_t inc) {
+// The sum of a[i] * x[i * inc] for i in [0, m) with the fixed split of the A^T sums.
+QKM_INLINE double split_dot_strided(int64_t m, const double *a, const double *x, int64_t inc) {
   double p[32] = {};
   for (int64_t i = 0; i < m; ++i) p[i & 31] = p[i & 31] + a[i] * x[i * inc];
   double v[8];
@@ -66,9 +76,43 @@ double split_dot_strided(int64_t m, const double *a, const double *x, int64_t in
   return ((v[0] + v[1]) + (v[2] + v[3])) + ((v[4] + v[5]) + (v[6] + v[7]));
 }
 
+// The same split on contiguous x, eight lanes at a time: partial q lives in lane q % 8 of
+// accumulator q / 8. Fewer than eight terms take the scalar form. Otherwise the last,
+// incomplete round adds its full blocks, then its last r < 8 products: those of the final
+// eight elements (in bounds, as m >= 8), moved down to lanes 0..r-1 with +0.0 in the others.
+// A partial starts at +0.0 and so is never -0.0: adding +0.0 leaves its bits alone, and the
+// result is that of skipping the missing terms.
 template <int L>
 QKM_INLINE double unit_dot(int64_t m, const double *a, const double *x) {
-  return qkm::sum32(m, [](v8d va, v8d vx) QKM_INLINE_LAMBDA { return va * vx; }, a, x);
+  if (m < 8) return split_dot_strided(m, a, x, 1);
+  typedef int64_t v8l __attribute__((vector_size(64)));
+  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
+  int64_t i = 0;
+  for (; i + 32 <= m; i += 32) {
+    for (int k = 0; k < 32; k += 8) __builtin_prefetch(a + i + kAhead + k);
+    s0 = s0 + load8(a + i) * load8(x + i);
+    s1 = s1 + load8(a + i + 8) * load8(x + i + 8);
+    s2 = s2 + load8(a + i + 16) * load8(x + i + 16);
+    s3 = s3 + load8(a + i + 24) * load8(x + i + 24);
+  }
+  const int64_t rest = m - i;
+  if (rest >= 8) s0 = s0 + load8(a + i) * load8(x + i);
+  if (rest >= 16) s1 = s1 + load8(a + i + 8) * load8(x + i + 8);
+  if (rest >= 24) s2 = s2 + load8(a + i + 16) * load8(x + i + 16);
+  if (const int64_t r = rest & 7) {
+    const v8l lane = {0, 1, 2, 3, 4, 5, 6, 7};
+    const v8d last = load8(a + m - 8) * load8(x + m - 8);
+    const v8d moved = __builtin_shuffle(last, (lane + (8 - r)) & 7);
+    const v8d tail = reinterpret_cast<v8d>(reinterpret_cast<v8l>(moved) & (lane < r));
+    switch (rest >> 3) {
+      case 0: s0 = s0 + tail; break;
+      case 1: s1 = s1 + tail; break;
+      case 2: s2 = s2 + tail; break;
+      default: s3 = s3 + tail; break;
+    }
+  }
+  const v8d t = (s0 + s1) + (s2 + s3);
+  return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7]));
 }
 
 // ---- unit stride -----------------------------------------------------------------------
@@ -98,7 +142,8 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
         if (j - 1 < kSplitFrom) {
           for (int64_t i = 0; i < j - 1; ++i) t = t - col[i] * x[i];
         } else {
-          t = t - unit_dot<L>(j - 1, col, x);
+          t = t - unit_dot<L>(j - 2, col, x);
+          t = t - col[j - 2] * x[j - 2];
         }
         if (nounit) t = t / col[j - 1];
         x[j - 1] = t;
@@ -111,7 +156,8 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
         if (n - j < kSplitFrom) {
           for (int64_t i = n - 1; i >= j; --i) t = t - col[i - j + 1] * x[i];
         } else {
-          t = t - unit_dot<L>(n - j, col + 1, x + j);
+          t = t - unit_dot<L>(n - j - 1, col + 2, x + j + 1);
+          t = t - col[1] * x[j];
         }
         if (nounit) t = t / col[0];
         x[j - 1] = t;
@@ -167,7 +213,8 @@ void strided_solve(int path, int64_t n, const double *ap, double *x, int64_t inc
           int64_t ix = kx;
           for (int64_t i = 0; i < j - 1; ++i, ix += inc) t = t - col[i] * x[ix];
         } else {
-          t = t - split_dot_strided(j - 1, col, x + kx, inc);
+          t = t - split_dot_strided(j - 2, col, x + kx, inc);
+          t = t - col[j - 2] * x[jx - inc];
         }
         if (nounit) t = t / col[j - 1];
         x[jx] = t;
@@ -184,7 +231,8 @@ void strided_solve(int path, int64_t n, const double *ap, double *x, int64_t inc
           int64_t ix = kx;
           for (int64_t i = n; i > j; --i, ix -= inc) t = t - col[i - j] * x[ix];
         } else {
-          t = t - split_dot_strided(n - j, col + 1, x + jx + inc, inc);
+          t = t - split_dot_strided(n - j - 1, col + 2, x + jx + 2 * inc, inc);
+          t = t - col[1] * x[jx + inc];
         }
         if (nounit) t = t / col[0];
         x[jx] = t;
