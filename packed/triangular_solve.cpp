@@ -85,7 +85,6 @@ QKM_INLINE double split_dot_strided(int64_t m, const double *a, const double *x,
 template <int L>
 QKM_INLINE double unit_dot(int64_t m, const double *a, const double *x) {
   if (m < 8) return split_dot_strided(m, a, x, 1);
-  typedef int64_t v8l __attribute__((vector_size(64)));
   v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
   int64_t i = 0;
   for (; i + 32 <= m; i += 32) {
@@ -100,10 +99,7 @@ QKM_INLINE double unit_dot(int64_t m, const double *a, const double *x) {
   if (rest >= 16) s1 = s1 + load8(a + i + 8) * load8(x + i + 8);
   if (rest >= 24) s2 = s2 + load8(a + i + 16) * load8(x + i + 16);
   if (const int64_t r = rest & 7) {
-    const v8l lane = {0, 1, 2, 3, 4, 5, 6, 7};
-    const v8d last = load8(a + m - 8) * load8(x + m - 8);
-    const v8d moved = __builtin_shuffle(last, (lane + (8 - r)) & 7);
-    const v8d tail = reinterpret_cast<v8d>(reinterpret_cast<v8l>(moved) & (lane < r));
+    const v8d tail = qkm::last_lanes(load8(a + m - 8) * load8(x + m - 8), r);
     switch (rest >> 3) {
       case 0: s0 = s0 + tail; break;
       case 1: s1 = s1 + tail; break;

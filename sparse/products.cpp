@@ -15,6 +15,7 @@
 #include <cstdint>
 
 #include "frame/simd.h"
+#include "frame/toolkit.h"
 #include "frame/variant.h"
 #include "frame/vec.h"
 #include "frame/wrap.h"
@@ -69,13 +70,16 @@ QKM_INLINE double row_sum(double s, int64_t p, int64_t d, const qkm_int *col, co
     for (; p < d; ++p) s = s + a[p] * x[at(col[p])];
     return s;
   }
+  // The x elements named by the eight terms from position q.
+  auto gather = [&](int64_t q) QKM_INLINE_LAMBDA {
+    return v8d{x[at(col[q])],     x[at(col[q + 1])], x[at(col[q + 2])], x[at(col[q + 3])],
+               x[at(col[q + 4])], x[at(col[q + 5])], x[at(col[q + 6])], x[at(col[q + 7])]};
+  };
   v8d acc = {};
-  for (; p + 8 <= d; p += 8) {
-    const v8d g = {x[at(col[p])],     x[at(col[p + 1])], x[at(col[p + 2])], x[at(col[p + 3])],
-                   x[at(col[p + 4])], x[at(col[p + 5])], x[at(col[p + 6])], x[at(col[p + 7])]};
-    acc = acc + load8(a + p) * g;
-  }
-  for (int l = 0; p < d; ++p, ++l) acc[l] = acc[l] + a[p] * x[at(col[p])];
+  for (; p + 8 <= d; p += 8) acc = acc + load8(a + p) * gather(p);
+  // The last r < 8 terms: those of the row's final eight, moved down to lanes 0..r-1 with
+  // +0.0 elsewhere, which leaves the other partials' bits alone (a partial is never -0.0).
+  if (const int64_t r = d - p) acc = acc + qkm::last_lanes(load8(a + d - 8) * gather(d - 8), r);
   return s + (((acc[0] + acc[1]) + (acc[2] + acc[3])) + ((acc[4] + acc[5]) + (acc[6] + acc[7])));
 }
 
