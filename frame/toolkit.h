@@ -88,4 +88,15 @@ QKM_INLINE double sum32(int64_t n, Term term, const P *...p) {
   return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
 }
 
+// ---- the ragged end of a split sum --------------------------------------------------------
+// The last r lanes of v (0 < r < 8) moved down to lanes 0..r-1, +0.0 in the others: a sum
+// whose last round is incomplete reads the final eight elements (in bounds once the sum has
+// eight terms) and keeps only its own, with no padding copied and no lane written singly.
+QKM_INLINE vec::v8d last_lanes(vec::v8d v, int64_t r) {
+  typedef int64_t v8l __attribute__((vector_size(64)));
+  const v8l lane = {0, 1, 2, 3, 4, 5, 6, 7};
+  const vec::v8d moved = __builtin_shuffle(v, (lane + (8 - r)) & 7);
+  return reinterpret_cast<vec::v8d>(reinterpret_cast<v8l>(moved) & (lane < r));
+}
+
 }  // namespace qkm

@@ -297,6 +297,43 @@ QKM_API void eaupne(const qkm_int *ntotal, const qkm_int *nfirst, const qkm_int 
 QKM_API void eaxsort(qkm_int *table, const qkm_int *lrec, const qkm_int *nrec,
                      const qkm_int *ikey, qkm_int *work);
 
+/* ---- sparse vectors, packed triangular solve, sparse matrix-vector product ------------ */
+/* Compressed sparse vector: x(nz) values (in), indx(nz) one-based positions in the full
+   vector y (in, not checked, may repeat). All run k = 1..nz in order; nz <= 0 does nothing
+   (e_ddoti returns 0.0). */
+/* y(indx(k)) += a*x(k); y (in/out). a = 0.0 returns before x or indx is read. Repeated
+   positions accumulate. */
+QKM_API void e_daxpyi(const qkm_int *nz, const double *a, const double *x, const qkm_int *indx,
+                      double *y);
+/* Returns the sum of x(k)*y(indx(k)); y (in). */
+QKM_API double e_ddoti(const qkm_int *nz, const double *x, const qkm_int *indx,
+                       const double *y);
+/* Gather x(k) = y(indx(k)): y (in) stands second, x (out). */
+QKM_API void e_dgthr(const qkm_int *nz, const double *y, double *x, const qkm_int *indx);
+/* Scatter y(indx(k)) = x(k); y (out, other entries kept); the last of a repeated position
+   stays. */
+QKM_API void e_dsctr(const qkm_int *nz, const double *x, const qkm_int *indx, double *y);
+
+/* Solves op(A)*x = b in place. uplo "U"/"u" upper, else lower; trans "N"/"n" A, else A^T;
+   diag "N"/"n" stored diagonal, else unit (never read). ap(n(n+1)/2) (in), packed by
+   columns: upper a(i,j) at i + j(j-1)/2, lower at i + (2n-j)(j-1)/2. x (in/out) with
+   mirrored-start stride incx; incx = 0 works on x(1) throughout. n = 0 reads nothing, n < 0
+   does nothing. With A a zero x_j skips its column; a zero stored diagonal gives Inf/NaN. */
+QKM_API void e_dtpsv(const char *uplo, const char *trans, const char *diag, const qkm_int *n,
+                     const double *ap, double *x, const qkm_int *incx, qkm_len uplo_len,
+                     qkm_len trans_len, qkm_len diag_len);
+
+/* y = A*x for nrhs vectors of stored length n (x, y of n*nrhs, distinct arrays). Rows with
+   the diagonal last: rowend(nrow+1) (in), rowend(i+1) the position of the diagonal of row i
+   (rowend(1) not read); col(nterm) (in), column of each term; a(nterm) (in), values.
+   nterm = n: diagonal matrix, y(i,r) = a(i)*x(i,r), kind not read, vector 1 written even for
+   nrhs <= 0. kind 1: symmetric, strict lower terms before each diagonal, y cleared first
+   (n*nrhs; nrhs must not be negative). kind 2: general, rows 1..nrow written, the rest of y
+   kept. Other kinds: nothing. */
+QKM_API void eaxmvm(const qkm_int *kind, const qkm_int *nterm, const qkm_int *nrow,
+                    const qkm_int *n, const qkm_int *nrhs, const qkm_int *col,
+                    const qkm_int *rowend, const double *a, const double *x, double *y);
+
 /* ---- printing and error reports of the services --------------------------------------- */
 /* Lines into the listing file (standard output when none is open). `text` and `format` are
    terminated; `ehprini` and `ehprinr` add a line holding a newline after their own. */
