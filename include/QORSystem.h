@@ -9,6 +9,9 @@ extern "C" {
 /* The value of environment variable `name`, or a null pointer when it is not set. */
 __attribute__((visibility("default"))) const char *QORGetEnv(const char *name);
 
+/* The largest finite double (DBL_MAX). */
+__attribute__((visibility("default"))) extern const double QORdoubleMax;
+
 #ifdef __cplusplus
 }
 
