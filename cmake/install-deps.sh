@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs the Debian packages that the build needs, when they are missing.
 #   install-deps.sh          build and test tools
-#   install-deps.sh bench    the same, plus OpenBLAS for the benchmark anchors
+#   install-deps.sh bench    the same, plus the benchmark anchors (OpenBLAS, nanoflann)
 set -e
 pkgs="cmake ninja-build g++ make binutils libgtest-dev libgmock-dev libbenchmark-dev libblas-dev liblapack-dev"
-[ "$1" = "bench" ] && pkgs="$pkgs libopenblas0-serial"
+[ "$1" = "bench" ] && pkgs="$pkgs libopenblas0-serial libnanoflann-dev"
 missing=""
 for p in $pkgs; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
