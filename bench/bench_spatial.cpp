@@ -24,7 +24,7 @@
 namespace {
 
 constexpr unsigned kK = 8;
-constexpr unsigned kCapacity = 16;
+constexpr unsigned kCapacity = 64;  // leaf capacity: the best of 16 to 256 here
 constexpr std::size_t kQueries = 20000;
 
 struct Cloud {

@@ -49,8 +49,8 @@ int QORLunNeighborNode::CollectNeighbors() const {
   QORLunNeighborTree &tree = query_of(_Tree);
   if (_NbEntities == 0 || tree._NbVisited >= tree._MaxVisited) return 0;
   int status = 0;
+  QORLunOctinfo info;
   for (unsigned int k = 0; k < _NbEntities; ++k) {
-    QORLunOctinfo info;
     info._Number = _Entities[k];
     status = _Tree->GetEntityInfo(info);
     if (status < 0) return status;
@@ -97,8 +97,22 @@ bool QORLunNeighborNode::IsCloseEnough(const QORLunNeighborTree &tree,
                            ? tree._Distances[tree._NbFound - 1]
                            : 0.0;
   const double limit = worst / tree._Factor;
+  // The node's box, as its GetBoundingBox gives it (computed here, in line: it is asked for
+  // at every cell of a query).
+  double size[3] = {0.0, 0.0, 0.0};
+  if (node._Tree != nullptr) {
+    const QORLunNeighborTree &owner = *static_cast<const QORLunNeighborTree *>(node._Tree);
+    const double scale = qkm::spatial::two_to(node._Level);
+    size[0] = owner._SizeX / scale;
+    size[1] = owner._SizeY / scale;
+    size[2] = owner._SizeZ / scale;
+  }
+  const double centre[3] = {node._X, node._Y, node._Z};
   double lo[3], hi[3];
-  node.GetBoundingBox(lo[0], lo[1], lo[2], hi[0], hi[1], hi[2]);
+  for (int a = 0; a < 3; ++a) {
+    lo[a] = centre[a] - size[a] * 0.5;
+    hi[a] = centre[a] + size[a] * 0.5;
+  }
   const double q[3] = {tree._QueryX, tree._QueryY, tree._QueryZ};
   // One term per axis: the squared gap to the box's range when the query is outside it;
   // inside, 0 on x, and on y and z the previous axis's term again. This over-estimates the box

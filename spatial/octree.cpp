@@ -68,7 +68,7 @@ void QORLunOctant::GetSizes(double &sx, double &sy, double &sz) const {
     sx = sy = sz = 0.0;
     return;
   }
-  const double scale = std::pow(2.0, static_cast<double>(_Level));
+  const double scale = qkm::spatial::two_to(_Level);
   sx = _Tree->_SizeX / scale;
   sy = _Tree->_SizeY / scale;
   sz = _Tree->_SizeZ / scale;
