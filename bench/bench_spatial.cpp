@@ -199,18 +199,17 @@ int main(int argc, char **argv) {
     const std::string n = c->name;
     benchmark::RegisterBenchmark(("build/" + n + "/qkm").c_str(), [c](benchmark::State &st) {
       build_qkm(st, *c);
-    })->Unit(benchmark::kMillisecond);
+    });
     benchmark::RegisterBenchmark(("build/" + n + "/nanoflann").c_str(),
-                                 [c](benchmark::State &st) { build_kd(st, *c); })
-        ->Unit(benchmark::kMillisecond);
+                                 [c](benchmark::State &st) { build_kd(st, *c); });
     for (double eps : {0.0, 0.5}) {
       const std::string cs = "knn8_eps" + std::string(eps == 0.0 ? "0" : "0.5") + "/" + n;
       benchmark::RegisterBenchmark((cs + "/qkm").c_str(), [c, eps](benchmark::State &st) {
         knn_qkm(st, *c, eps);
-      })->Unit(benchmark::kMillisecond);
+      });
       benchmark::RegisterBenchmark((cs + "/nanoflann").c_str(), [c, eps](benchmark::State &st) {
         knn_kd(st, *c, eps);
-      })->Unit(benchmark::kMillisecond);
+      });
     }
   }
   const int rc = qkm_bench::run_main(argc, argv);
