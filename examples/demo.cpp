@@ -8,6 +8,7 @@
 #include "QORKytError.h"
 #include "QORKytMemoryManager.h"
 #include "QORKytValue.h"
+#include "QORLunOctree.h"
 #include "kernels.h"
 
 namespace {
@@ -71,6 +72,42 @@ void sample_solve() {
   manager.Desallocation(group);
 }
 
+// A neighbor tree over a plain point array: the application supplies the coordinates.
+class PointCloud : public QORLunNeighborTree {
+ public:
+  explicit PointCloud(const double *xyz) : _Xyz(xyz) {}
+  int GetEntityInfo(QORLunOctinfo &info) const override {
+    const double *p = _Xyz + 3 * info._Number;
+    info._X = p[0];
+    info._Y = p[1];
+    info._Z = p[2];
+    return 0;
+  }
+
+ private:
+  const double *_Xyz;
+};
+
+void sample_neighbors() {
+  // The nodes of a 5 x 5 x 5 grid of spacing 1.
+  double xyz[3 * 125];
+  for (int i = 0; i < 125; ++i) {
+    xyz[3 * i] = i % 5;
+    xyz[3 * i + 1] = (i / 5) % 5;
+    xyz[3 * i + 2] = i / 25;
+  }
+  PointCloud cloud(xyz);
+  const int built = cloud.Build(xyz, 125, 8, nullptr, 0.5, 10);
+  unsigned int found = 0, idx[4];
+  double d2[4];
+  const int status = cloud.GetNeighbors(1.2, 2.1, 3.0, 4, found, idx, d2, 0.0, 125, 0);
+  std::printf("Octree over a 5x5x5 grid (build %d): 4 nearest to (1.2, 2.1, 3), status %d\n",
+              built, status);
+  for (unsigned int k = 0; k < found; ++k)
+    std::printf("  node %3u  (%g, %g, %g)  squared distance %.17g\n", idx[k], xyz[3 * idx[k]],
+                xyz[3 * idx[k] + 1], xyz[3 * idx[k] + 2], d2[k]);
+}
+
 }  // namespace
 
 int main() {
@@ -114,6 +151,8 @@ int main() {
   std::printf("  eaxrnd(seed 1)    seed = %d  r = %.17g\n", seed, r);
   std::printf("\n");
   sample_solve();
+  std::printf("\n");
+  sample_neighbors();
 
   // A warning from the catalog, printed as its block (to standard output: no listing is open).
   std::printf("\nA warning from the catalog \"QORKYTMathKernelError\":\n");

@@ -11,6 +11,9 @@ extern "C" {
 /* The value of environment variable `name`, or a null pointer when it is not set. */
 QOR_API const char *QORGetEnv(const char *name);
 
+/* The largest finite double (DBL_MAX). */
+__attribute__((visibility("default"))) extern const double QORdoubleMax;
+
 #ifdef __cplusplus
 }
 

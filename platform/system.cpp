@@ -10,9 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <random>
 
 #include "platform/fault_injection.h"
+
+extern "C" const double QORdoubleMax = std::numeric_limits<double>::max();
 
 extern "C" const char *QORGetEnv(const char *name) {
   if (name == nullptr) return nullptr;
