@@ -20,11 +20,14 @@
 // The register tiles below hold the e and o sums of many elements side by side, one element
 // per vector lane, so every lane performs exactly the scalar sequence above: the result is the
 // same on every instruction set. No fused multiply-add anywhere.
+#include <immintrin.h>
+
 #include <cstdint>
 #include <cstring>
 
 #include "QORFortranRT.h"
 #include "frame/simd.h"
+#include "frame/toolkit.h"
 #include "frame/variant.h"
 #include "frame/vec.h"
 #include "frame/wrap.h"
@@ -51,20 +54,50 @@ alignas(64) thread_local double bbuf[gemm_kb * gemm_kb];
 
 using namespace qkm::vec;
 
-// First n lanes from memory, the others +0.0; nothing beyond p[n-1] is touched.
+// First n lanes from memory, the others +0.0; nothing beyond p[n-1] is touched. GCC takes
+// the masked moves of the level as builtins (expanded inside each variant, where the level's
+// instructions are enabled); other compilers copy the n elements.
+typedef long long v4i __attribute__((vector_size(32)));
+QKM_INLINE v4i lane_mask4(int n) {
+  const v4i lane = {0, 1, 2, 3};
+  return lane < static_cast<long long>(n);
+}
 template <class V>
-QKM_INLINE V load_n(const double *p, int n) {
-  if (n == lanes<V>) return vload<V>(p);
+QKM_INLINE V load_part(const double *p, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8)
+    return __builtin_ia32_loadupd512_mask(p, V{}, static_cast<unsigned char>((1u << n) - 1));
+  if constexpr (lanes<V> == 4)
+    return __builtin_ia32_maskloadpd256(reinterpret_cast<const V *>(p), lane_mask4(n));
+#endif
   V v = {};
   std::memcpy(&v, p, static_cast<size_t>(n) * sizeof(double));
   return v;
+}
+template <class V>
+QKM_INLINE void store_part(double *p, V v, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8) {
+    __builtin_ia32_storeupd512_mask(p, v, static_cast<unsigned char>((1u << n) - 1));
+    return;
+  }
+  if constexpr (lanes<V> == 4) {
+    __builtin_ia32_maskstorepd256(reinterpret_cast<V *>(p), lane_mask4(n), v);
+    return;
+  }
+#endif
+  std::memcpy(p, &v, static_cast<size_t>(n) * sizeof(double));
+}
+template <class V>
+QKM_INLINE V load_n(const double *p, int n) {
+  return n == lanes<V> ? vload<V>(p) : load_part<V>(p, n);
 }
 template <class V>
 QKM_INLINE void store_n(double *p, V v, int n) {
   if (n == lanes<V>)
     vstore<V>(p, v);
   else
-    std::memcpy(p, &v, static_cast<size_t>(n) * sizeof(double));
+    store_part<V>(p, v, n);
 }
 
 // Keeps a loaded row vector in a register, so that the compiler does not fold the load into
@@ -117,14 +150,8 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
   const int64_t ap = k.ap, bp = k.bp, bj = k.bj;
-  // A short last row vector is loaded whole (its extra lanes are never stored) as long as the
-  // load stays inside the operand; only the last few positions of A read in place need the
-  // exact-length load.
-  const double *a_end = k.a_end;
   auto row = [&](int r) QKM_INLINE_LAMBDA {
-    const double *q = a + r * W;
-    if (r == RV - 1 && last < W && a_end - q < W) return in_register(load_n<V>(q, last));
-    return in_register(vload<V>(q));
+    return in_register(r == RV - 1 ? load_n<V>(a + r * W, last) : vload<V>(a + r * W));
   };
   const int kk2 = k.kk & ~1;
   for (int p = 0; p < kk2; p += 2) {
@@ -218,14 +245,24 @@ QKM_INLINE void single(const Block &k, int i, int j) {
 // on its place in the panel: the 1x1 elements are rows mm4.. of columns nb4..; everything
 // else gets the e/o order, whatever register tile computes it. Every panel but the last of
 // each direction is a multiple of 4 wide, so these are the last rows and columns of C.
+//
+// Register tiles: the level's budget of RV x NR vectors of sums is spent on wider tiles
+// when a strip of rows is short (12 columns by one vector on AVX-512, 6 by two, 4 by three,
+// 3 by four), so that few rows still give many independent sums per loaded row vector.
 template <int L, bool Neg>
 QKM_INLINE void sweep(const Block &k) {
   using T = qkm::simd::Traits<L>;
   using V = typename T::V;
-  constexpr int RV = T::tile_rows, NR = T::tile_cols;
+  constexpr int RV = T::tile_rows, NR = T::tile_cols, W = lanes<V>, MR = RV * W;
   const int nb4 = k.nb & ~3, mm4 = k.mm & ~3;
-  for (int j = 0; j < nb4; j += NR)
-    column_group<V, RV, NR, Neg>(k, k.mm, j, nb4 - j < NR ? nb4 - j : NR);
+  for (int i = 0; i < k.mm; i += MR) {
+    const int h = k.mm - i < MR ? k.mm - i : MR;
+    const int rv = (h + W - 1) / W, last = h - (rv - 1) * W;
+    qkm::with_count<1, RV>(rv, [&](auto r) QKM_INLINE_LAMBDA {
+      constexpr int R = decltype(r)::value, N = RV * NR / R;
+      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+    });
+  }
   if (nb4 == k.nb) return;
   for (int j = nb4; j < k.nb; j += NR)
     column_group<V, RV, NR, Neg>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
