@@ -5,8 +5,13 @@
 // copied into its panel ("T"/"C"). C carries the running result from one depth block to the
 // next; the first depth block starts from beta * c, the later ones from c itself.
 //
+// Only the depth blocks and the place of an element in C decide its rounding: the row and
+// column panels (all multiples of 4 but the last) may be walked in any order and shape. The
+// copies are made only where they pay: op(A) not transposed is read in place for narrow
+// column panels, and the operand that carries alpha is read in place when alpha is 1 or -1.
+//
 // Rounding, per element of C and per depth block of kk positions (products already carrying
-// alpha on one operand: (alpha*a)*b when B is read in place, a*(alpha*b) otherwise):
+// alpha on one operand: (alpha*a)*b when transb is "N", a*(alpha*b) otherwise):
 //  - elements of the 4x4, 1x4 and 4x1 tiles (everything but the bottom-right corner of the
 //    last row panel by the last column panel, see below): e starts at the start value v and
 //    takes the products at the odd positions 1, 3, 5, ...; o starts at +0.0 and takes the
@@ -41,8 +46,10 @@ constexpr int gemm_nb_direct = 1024;  // columns of C per column panel, B read i
 constexpr int gemm_nb_packed = 100;   // columns of C per column panel, B copied
 
 // Below this many columns in a column panel, a row panel of A that could be read in place is
-// not copied: the copy costs about as much as the products it would speed up.
-constexpr int gemm_copy_a_from = 48;
+// not copied: the copy costs about as much as the products it would speed up (measured;
+// with B read through its rows, the strided reads of both operands favour the copy earlier).
+constexpr int gemm_copy_a_from = 128;
+constexpr int gemm_copy_a_from_t = 48;
 
 // The panels, one pair per thread.
 //  abuf: element (i,p) of the row panel at abuf[p*gemm_mb + i]: for each inner position the
@@ -116,7 +123,6 @@ struct Block {
   int mm, nb, kk;   // rows, columns, depth
   const double *a;  // element (i,p) at a[i + p*ap]: abuf (ap = 32) or op(A) in place (ap = lda)
   int64_t ap;
-  const double *a_end;  // one past the last element of the storage behind a
   const double *b;  // element (p,j) at b[p*bp + j*bj]: in place or bbuf
   int64_t bp, bj;
   double *c;  // c(i,j) at c[i + j*ldc]
@@ -310,7 +316,6 @@ struct Args {
   int64_t lda, ldb;
   double *c;
   int64_t ldc;
-  double *abuf, *bbuf;
 };
 
 // Where the operands come from. alpha lands on A ((alpha*a)*b) when B is read in place
@@ -328,20 +333,23 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
   const int64_t ai = g.nota ? 1 : g.lda, ap = g.nota ? g.lda : 1;
   const double ax = g.notb ? g.alpha : 1.0;  // factor of abuf
   const int nbmax = b_in_place ? gemm_nb_direct : gemm_nb_packed;
-  const double *a_end = g.a + (g.m - 1) * ai + (g.k - 1) * ap + 1;
+  // The panels are reached only when used: in a shared library each reach of thread-local
+  // storage can cost a call, noticeable on the smallest products.
+  double *const bb = b_in_place ? nullptr : bbuf;
+  double *ab = nullptr;
   Block k{};
   k.ldc = g.ldc;
   if (b_in_place) {
     k.bp = g.notb ? 1 : g.ldb;
     k.bj = g.notb ? g.ldb : 1;
   } else {
-    k.b = g.bbuf;
+    k.b = bb;
     k.bp = gemm_kb;
     k.bj = 1;
   }
   for (int j0 = 0; j0 < g.n; j0 += nbmax) {
     k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
-    const bool copy_a = !a_in_place || k.nb >= gemm_copy_a_from;
+    const bool copy_a = !a_in_place || k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
     for (int p0 = 0; p0 < g.k; p0 += gemm_kb) {
       k.kk = g.k - p0 < gemm_kb ? g.k - p0 : gemm_kb;
       k.s = p0 == 0 ? g.beta : 1.0;
@@ -351,7 +359,7 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
         // bbuf := alpha * op(B), once per column panel and depth block, shared by all row panels.
         for (int p = 0; p < k.kk; ++p) {
           const double *src = g.b + j0 + (p0 + p) * g.ldb;
-          double *d = g.bbuf + p * gemm_kb;
+          double *d = bb + p * gemm_kb;
           for (int j = 0; j < k.nb; ++j) d[j] = g.alpha * src[j];
         }
       }
@@ -359,17 +367,16 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
         k.mm = g.m - i0 < gemm_mb ? g.m - i0 : gemm_mb;
         const double *a0 = g.a + i0 * ai + p0 * ap;
         if (copy_a) {
+          if (ab == nullptr) ab = abuf;
           if (g.notb && ax != 1.0 && !Neg)
-            fill_abuf<true>(g.abuf, g.nota, a0, g.lda, k.mm, k.kk, ax);
+            fill_abuf<true>(ab, g.nota, a0, g.lda, k.mm, k.kk, ax);
           else
-            fill_abuf<false>(g.abuf, g.nota, a0, g.lda, k.mm, k.kk, 1.0);
-          k.a = g.abuf;
+            fill_abuf<false>(ab, g.nota, a0, g.lda, k.mm, k.kk, 1.0);
+          k.a = ab;
           k.ap = gemm_mb;
-          k.a_end = g.abuf + gemm_mb * gemm_kb;
         } else {
           k.a = a0;
           k.ap = g.lda;
-          k.a_end = a_end;
         }
         k.c = g.c + i0 + j0 * g.ldc;
         sweep<L, Neg>(k);
@@ -455,7 +462,5 @@ extern "C" void eagemm(const char *transa, const char *transb, const qkm_int *m,
   g.ldb = *ldb;
   g.c = c;
   g.ldc = *ldc;
-  g.abuf = abuf;
-  g.bbuf = bbuf;
   product(g);
 }
