@@ -5,8 +5,13 @@
 // copied into its panel ("T"/"C"). C carries the running result from one depth block to the
 // next; the first depth block starts from beta * c, the later ones from c itself.
 //
+// Only the depth blocks and the place of an element in C decide its rounding: the row and
+// column panels (all multiples of 4 but the last) may be walked in any order and shape. The
+// copies are made only where they pay: op(A) not transposed is read in place for narrow
+// column panels, and the operand that carries alpha is read in place when alpha is 1 or -1.
+//
 // Rounding, per element of C and per depth block of kk positions (products already carrying
-// alpha on one operand: (alpha*a)*b when B is read in place, a*(alpha*b) otherwise):
+// alpha on one operand: (alpha*a)*b when transb is "N", a*(alpha*b) otherwise):
 //  - elements of the 4x4, 1x4 and 4x1 tiles (everything but the bottom-right corner of the
 //    last row panel by the last column panel, see below): e starts at the start value v and
 //    takes the products at the odd positions 1, 3, 5, ...; o starts at +0.0 and takes the
@@ -20,13 +25,17 @@
 // The register tiles below hold the e and o sums of many elements side by side, one element
 // per vector lane, so every lane performs exactly the scalar sequence above: the result is the
 // same on every instruction set. No fused multiply-add anywhere.
+#include <immintrin.h>
+
 #include <cstdint>
 #include <cstring>
 
-#include "frame/wrap.h"
 #include "QORFortranRT.h"
 #include "frame/simd.h"
+#include "frame/toolkit.h"
+#include "frame/variant.h"
 #include "frame/vec.h"
+#include "frame/wrap.h"
 #include "kernels.h"
 
 namespace {
@@ -36,10 +45,15 @@ constexpr int gemm_kb = 100;          // inner positions in one depth block
 constexpr int gemm_nb_direct = 1024;  // columns of C per column panel, B read in place
 constexpr int gemm_nb_packed = 100;   // columns of C per column panel, B copied
 
+// Below this many columns in a column panel, a row panel of A that could be read in place is
+// not copied: the copy costs about as much as the products it would speed up (measured;
+// with B read through its rows, the strided reads of both operands favour the copy earlier).
+constexpr int gemm_copy_a_from = 128;
+constexpr int gemm_copy_a_from_t = 48;
+
 // The panels, one pair per thread.
 //  abuf: element (i,p) of the row panel at abuf[p*gemm_mb + i]: for each inner position the
-//        32 rows lie side by side, which is what the register tiles load as vectors. Rows of
-//        the last (short) panel are padded with zeros up to a multiple of 8.
+//        32 rows lie side by side, which is what the register tiles load as vectors.
 //  bbuf: element (j,p) of the copied B panel, alpha * b(j0+j, p0+p), at bbuf[p*gemm_kb + j]:
 //        the copy keeps the runs of b along j, and a tile reads it through a stride.
 alignas(64) thread_local double abuf[gemm_mb * gemm_kb];
@@ -47,28 +61,58 @@ alignas(64) thread_local double bbuf[gemm_kb * gemm_kb];
 
 using namespace qkm::vec;
 
-// First n lanes from memory, the others +0.0; nothing beyond p[n-1] is read.
+// First n lanes from memory, the others +0.0; nothing beyond p[n-1] is touched. GCC takes
+// the masked moves of the level as builtins (expanded inside each variant, where the level's
+// instructions are enabled); other compilers copy the n elements.
+typedef long long v4i __attribute__((vector_size(32)));
+QKM_INLINE v4i lane_mask4(int n) {
+  const v4i lane = {0, 1, 2, 3};
+  return lane < static_cast<long long>(n);
+}
 template <class V>
-QKM_INLINE V vload_n(const double *p, int n) {
-  if (n == lanes<V>) return vload<V>(p);
+QKM_INLINE V load_part(const double *p, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8)
+    return __builtin_ia32_loadupd512_mask(p, V{}, static_cast<unsigned char>((1u << n) - 1));
+  if constexpr (lanes<V> == 4)
+    return __builtin_ia32_maskloadpd256(reinterpret_cast<const V *>(p), lane_mask4(n));
+#endif
   V v = {};
-  for (int l = 0; l < n; ++l) v[l] = p[l];
+  std::memcpy(&v, p, static_cast<size_t>(n) * sizeof(double));
   return v;
 }
 template <class V>
-QKM_INLINE void vstore_n(double *p, V v, int n) {
-  if (n == lanes<V>) {
-    vstore<V>(p, v);
+QKM_INLINE void store_part(double *p, V v, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8) {
+    __builtin_ia32_storeupd512_mask(p, v, static_cast<unsigned char>((1u << n) - 1));
     return;
   }
-  for (int l = 0; l < n; ++l) p[l] = v[l];
+  if constexpr (lanes<V> == 4) {
+    __builtin_ia32_maskstorepd256(reinterpret_cast<V *>(p), lane_mask4(n), v);
+    return;
+  }
+#endif
+  std::memcpy(p, &v, static_cast<size_t>(n) * sizeof(double));
+}
+template <class V>
+QKM_INLINE V load_n(const double *p, int n) {
+  return n == lanes<V> ? vload<V>(p) : load_part<V>(p, n);
+}
+template <class V>
+QKM_INLINE void store_n(double *p, V v, int n) {
+  if (n == lanes<V>)
+    vstore<V>(p, v);
+  else
+    store_part<V>(p, v, n);
 }
 
 // Keeps a loaded row vector in a register, so that the compiler does not fold the load into
-// every multiplication that uses it (one load per position instead of one per column).
+// every multiplication that uses it (one load per position instead of one per column). Only
+// GCC needs (and accepts) this for 512-bit vectors.
 template <class V>
 QKM_INLINE V in_register(V v) {
-#if !defined(__clang__)  // clang rejects "+v" on 512-bit vectors; it keeps the load anyway
+#if defined(__GNUC__) && !defined(__clang__)
   asm("" : "+v"(v));
 #endif
   return v;
@@ -77,17 +121,28 @@ QKM_INLINE V in_register(V v) {
 // One depth block of one panel, as the tile kernels see it.
 struct Block {
   int mm, nb, kk;   // rows, columns, depth
-  const double *a;  // element (i,p) at a[p*gemm_mb + i]
-  const double *b;  // element (p,j) at b[p*bp + j*bj]
+  const double *a;  // element (i,p) at a[i + p*ap]: abuf (ap = 32) or op(A) in place (ap = lda)
+  int64_t ap;
+  const double *b;  // element (p,j) at b[p*bp + j*bj]: in place or bbuf
   int64_t bp, bj;
   double *c;  // c(i,j) at c[i + j*ldc]
   int64_t ldc;
   double s;  // beta in the first depth block, 1.0 in the later ones
 };
 
+// v := v + x*y, or v - x*y when alpha = -1 sits on an operand read in place: x*(-y) is
+// exactly -(x*y), so the two give the same bits.
+template <bool Neg, class V, class W>
+QKM_INLINE V acc(V v, V x, W y) {
+  if constexpr (Neg)
+    return v - x * y;
+  else
+    return v + x * y;
+}
+
 // Register tile of RV vectors of rows by NR columns, with the e/o sums of each element.
 // `last` lanes of the last row vector are real rows.
-template <class V, int RV, int NR>
+template <class V, int RV, int NR, bool Neg>
 QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   constexpr int W = lanes<V>;
   V e[RV][NR], o[RV][NR];
@@ -95,28 +150,31 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   for (int jj = 0; jj < NR; ++jj)
     for (int r = 0; r < RV; ++r) {
       const int n = r == RV - 1 ? last : W;
-      e[r][jj] = k.s == 0.0 ? V{} : vload_n<V>(c + r * W + jj * k.ldc, n) * k.s;
+      e[r][jj] = k.s == 0.0 ? V{} : load_n<V>(c + r * W + jj * k.ldc, n) * k.s;
       o[r][jj] = V{};
     }
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
-  const int64_t bp = k.bp, bj = k.bj;
+  const int64_t ap = k.ap, bp = k.bp, bj = k.bj;
+  auto row = [&](int r) QKM_INLINE_LAMBDA {
+    return in_register(r == RV - 1 ? load_n<V>(a + r * W, last) : vload<V>(a + r * W));
+  };
   const int kk2 = k.kk & ~1;
   for (int p = 0; p < kk2; p += 2) {
     V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = in_register(vload<V>(a + r * W));
+    for (int r = 0; r < RV; ++r) x[r] = row(r);
     for (int jj = 0; jj < NR; ++jj) {
       const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) e[r][jj] += x[r] * y;
+      for (int r = 0; r < RV; ++r) e[r][jj] = acc<Neg>(e[r][jj], x[r], y);
     }
-    a += gemm_mb;
+    a += ap;
     b += bp;
-    for (int r = 0; r < RV; ++r) x[r] = in_register(vload<V>(a + r * W));
+    for (int r = 0; r < RV; ++r) x[r] = row(r);
     for (int jj = 0; jj < NR; ++jj) {
       const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) o[r][jj] += x[r] * y;
+      for (int r = 0; r < RV; ++r) o[r][jj] = acc<Neg>(o[r][jj], x[r], y);
     }
-    a += gemm_mb;
+    a += ap;
     b += bp;
   }
   if (kk2 > 0)
@@ -124,105 +182,111 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
       for (int r = 0; r < RV; ++r) e[r][jj] = e[r][jj] + o[r][jj];
   if (k.kk & 1) {
     V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = vload<V>(a + r * W);
+    for (int r = 0; r < RV; ++r) x[r] = row(r);
     for (int jj = 0; jj < NR; ++jj) {
       const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) e[r][jj] += x[r] * y;
+      for (int r = 0; r < RV; ++r) e[r][jj] = acc<Neg>(e[r][jj], x[r], y);
     }
   }
   for (int jj = 0; jj < NR; ++jj)
     for (int r = 0; r < RV; ++r)
-      vstore_n<V>(c + r * W + jj * k.ldc, e[r][jj], r == RV - 1 ? last : W);
+      store_n<V>(c + r * W + jj * k.ldc, e[r][jj], r == RV - 1 ? last : W);
 }
 
-template <class V, int RV, int NR>
+template <class V, int RV, int NR, bool Neg>
 QKM_INLINE void tile_nr(const Block &k, int i, int j, int nr, int last) {
   if constexpr (NR > 1) {
     if (nr < NR) {
-      tile_nr<V, RV, NR - 1>(k, i, j, nr, last);
+      tile_nr<V, RV, NR - 1, Neg>(k, i, j, nr, last);
       return;
     }
   }
-  tile<V, RV, NR>(k, i, j, last);
+  tile<V, RV, NR, Neg>(k, i, j, last);
 }
 
-template <class V, int RV, int NR>
+template <class V, int RV, int NR, bool Neg>
 QKM_INLINE void tile_rv(const Block &k, int i, int j, int rv, int nr, int last) {
   if constexpr (RV > 1) {
     if (rv < RV) {
-      tile_rv<V, RV - 1, NR>(k, i, j, rv, nr, last);
+      tile_rv<V, RV - 1, NR, Neg>(k, i, j, rv, nr, last);
       return;
     }
   }
-  tile_nr<V, RV, NR>(k, i, j, nr, last);
+  tile_nr<V, RV, NR, Neg>(k, i, j, nr, last);
 }
 
 // Rows [0, rows) of columns [j, j+nr), nr <= NR, in strips of RV vectors.
-template <class V, int RV, int NR>
+template <class V, int RV, int NR, bool Neg>
 QKM_INLINE void column_group(const Block &k, int rows, int j, int nr) {
   constexpr int W = lanes<V>, MR = RV * W;
   for (int i = 0; i < rows; i += MR) {
     const int h = rows - i < MR ? rows - i : MR;
     const int rv = (h + W - 1) / W;
-    tile_rv<V, RV, NR>(k, i, j, rv, nr, h - (rv - 1) * W);
+    tile_rv<V, RV, NR, Neg>(k, i, j, rv, nr, h - (rv - 1) * W);
   }
 }
 
 // The 1x1 tile: one element with its own order of the sum.
+template <bool Neg>
 QKM_INLINE void single(const Block &k, int i, int j) {
   double *cp = k.c + i + j * k.ldc;
   double v = k.s == 0.0 ? 0.0 : k.s * *cp;
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
-  const int64_t bp = k.bp;
+  const int64_t ap = k.ap, bp = k.bp;
   const int kk = k.kk;
   int p = 0;
   if (kk >= 8) {
-    double e0 = v, e1 = 0.0, e2 = 0.0, e3 = 0.0, e4 = 0.0, e5 = 0.0, e6 = 0.0, e7 = 0.0;
+    double e[8] = {v, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
     const int kk8 = kk & ~7;
-    for (; p < kk8; p += 8) {
-      e0 = e0 + a[(p + 0) * gemm_mb] * b[(p + 0) * bp];
-      e1 = e1 + a[(p + 1) * gemm_mb] * b[(p + 1) * bp];
-      e2 = e2 + a[(p + 2) * gemm_mb] * b[(p + 2) * bp];
-      e3 = e3 + a[(p + 3) * gemm_mb] * b[(p + 3) * bp];
-      e4 = e4 + a[(p + 4) * gemm_mb] * b[(p + 4) * bp];
-      e5 = e5 + a[(p + 5) * gemm_mb] * b[(p + 5) * bp];
-      e6 = e6 + a[(p + 6) * gemm_mb] * b[(p + 6) * bp];
-      e7 = e7 + a[(p + 7) * gemm_mb] * b[(p + 7) * bp];
-    }
-    v = ((e0 + e2) + (e4 + e6)) + ((e1 + e3) + (e5 + e7));
+    for (; p < kk8; p += 8)
+      for (int r = 0; r < 8; ++r) e[r] = acc<Neg>(e[r], a[(p + r) * ap], b[(p + r) * bp]);
+    v = ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
   }
-  for (; p < kk; ++p) v = v + a[p * gemm_mb] * b[p * bp];
+  for (; p < kk; ++p) v = acc<Neg>(v, a[p * ap], b[p * bp]);
   *cp = v;
 }
 
 // The tile sweep over one panel and depth block. Which order an element gets depends only
 // on its place in the panel: the 1x1 elements are rows mm4.. of columns nb4..; everything
-// else gets the e/o order, whatever register tile computes it.
-template <class V, int RV, int NR>
+// else gets the e/o order, whatever register tile computes it. Every panel but the last of
+// each direction is a multiple of 4 wide, so these are the last rows and columns of C.
+//
+// Register tiles: the level's budget of RV x NR vectors of sums is spent on wider tiles
+// when a strip of rows is short (12 columns by one vector on AVX-512, 6 by two, 4 by three,
+// 3 by four), so that few rows still give many independent sums per loaded row vector.
+template <int L, bool Neg>
 QKM_INLINE void sweep(const Block &k) {
+  using T = qkm::simd::Traits<L>;
+  using V = typename T::V;
+  constexpr int RV = T::tile_rows, NR = T::tile_cols, W = lanes<V>, MR = RV * W;
   const int nb4 = k.nb & ~3, mm4 = k.mm & ~3;
-  for (int j = 0; j < nb4; j += NR) column_group<V, RV, NR>(k, k.mm, j, nb4 - j < NR ? nb4 - j : NR);
+  for (int i = 0; i < k.mm; i += MR) {
+    const int h = k.mm - i < MR ? k.mm - i : MR;
+    const int rv = (h + W - 1) / W, last = h - (rv - 1) * W;
+    qkm::with_count<1, RV>(rv, [&](auto r) QKM_INLINE_LAMBDA {
+      constexpr int R = decltype(r)::value, N = RV * NR / R;
+      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+    });
+  }
   if (nb4 == k.nb) return;
   for (int j = nb4; j < k.nb; j += NR)
-    column_group<V, RV, NR>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
+    column_group<V, RV, NR, Neg>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
   for (int j = nb4; j < k.nb; ++j)
-    for (int i = mm4; i < k.mm; ++i) single(k, i, j);
+    for (int i = mm4; i < k.mm; ++i) single<Neg>(k, i, j);
 }
 
-// abuf := x * op(A)(i0+i, p0+p) (x = alpha, or no multiplication when scale is false), rows
-// padded with zeros up to a multiple of 8. `a` points at op(A)(i0+1, p0+1).
+// abuf := x * op(A)(i0+i, p0+p) (x = alpha, or no multiplication when scale is false).
+// `a` points at op(A)(i0+1, p0+1).
 template <bool scale>
 QKM_INLINE void fill_abuf(double *dst, bool nota, const double *a, int64_t lda, int mm, int kk,
                           double x) {
-  const int pad = (mm + 7) & ~7;
   if (nota) {
     // Columns of a run along i: straight runs.
     for (int p = 0; p < kk; ++p) {
       const double *src = a + p * lda;
       double *d = dst + p * gemm_mb;
       for (int i = 0; i < mm; ++i) d[i] = scale ? x * src[i] : src[i];
-      for (int i = mm; i < pad; ++i) d[i] = 0.0;
     }
     return;
   }
@@ -242,8 +306,6 @@ QKM_INLINE void fill_abuf(double *dst, bool nota, const double *a, int64_t lda, 
     const double *s0 = a + i * lda;
     for (int p = 0; p < kk; ++p) dst[p * gemm_mb + i] = scale ? x * s0[p] : s0[p];
   }
-  for (int p = 0; p < kk; ++p)
-    for (int r = mm; r < pad; ++r) dst[p * gemm_mb + r] = 0.0;
 }
 
 struct Args {
@@ -254,66 +316,88 @@ struct Args {
   int64_t lda, ldb;
   double *c;
   int64_t ldc;
-  double *abuf, *bbuf;
 };
 
-template <class V, int RV, int NR>
-QKM_INLINE void blocked(const Args &g) {
+// Where the operands come from. alpha lands on A ((alpha*a)*b) when B is read in place
+// ("N") and on B (a*(alpha*b)) when it is copied ("T"/"C"). An operand that carries alpha
+// is read in place only when alpha is 1 or -1, where the multiplication is exact and -1
+// becomes a subtraction; otherwise it goes through its panel. A transposed A always goes
+// through abuf.
+//
+// The rounding depends only on the depth blocks and on the place of an element in C (see the
+// top of the file), so the row and column panels are free: the copied form with B read in
+// place takes the direct form's 1024-column panels, which reads A half as often.
+template <int L, bool Neg>
+QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
   // op(A)(i,p) sits at a[i*ai + p*ap] (0-based).
   const int64_t ai = g.nota ? 1 : g.lda, ap = g.nota ? g.lda : 1;
-  Block k;
-  k.a = g.abuf;
+  const double ax = g.notb ? g.alpha : 1.0;  // factor of abuf
+  const int nbmax = b_in_place ? gemm_nb_direct : gemm_nb_packed;
+  // The panels are reached only when used: in a shared library each reach of thread-local
+  // storage can cost a call, noticeable on the smallest products.
+  double *const bb = b_in_place ? nullptr : bbuf;
+  double *ab = nullptr;
+  Block k{};
   k.ldc = g.ldc;
-  if (g.notb) {
-    // Direct form: B read in place, alpha folded into abuf.
-    k.bp = 1;
-    k.bj = g.ldb;
-    for (int j0 = 0; j0 < g.n; j0 += gemm_nb_direct) {
-      k.nb = g.n - j0 < gemm_nb_direct ? g.n - j0 : gemm_nb_direct;
-      for (int p0 = 0; p0 < g.k; p0 += gemm_kb) {
-        k.kk = g.k - p0 < gemm_kb ? g.k - p0 : gemm_kb;
-        k.s = p0 == 0 ? g.beta : 1.0;
-        k.b = g.b + p0 + j0 * g.ldb;
-        for (int i0 = 0; i0 < g.m; i0 += gemm_mb) {
-          k.mm = g.m - i0 < gemm_mb ? g.m - i0 : gemm_mb;
-          fill_abuf<true>(g.abuf, g.nota, g.a + i0 * ai + p0 * ap, g.lda, k.mm, k.kk, g.alpha);
-          k.c = g.c + i0 + j0 * g.ldc;
-          sweep<V, RV, NR>(k);
-        }
-      }
-    }
-    return;
+  if (b_in_place) {
+    k.bp = g.notb ? 1 : g.ldb;
+    k.bj = g.notb ? g.ldb : 1;
+  } else {
+    k.b = bb;
+    k.bp = gemm_kb;
+    k.bj = 1;
   }
-  // Packed form: bbuf := alpha * op(B) once per column panel and depth block, shared by all
-  // row panels; abuf holds op(A) as it stands.
-  k.b = g.bbuf;
-  k.bp = gemm_kb;
-  k.bj = 1;
-  for (int j0 = 0; j0 < g.n; j0 += gemm_nb_packed) {
-    k.nb = g.n - j0 < gemm_nb_packed ? g.n - j0 : gemm_nb_packed;
+  for (int j0 = 0; j0 < g.n; j0 += nbmax) {
+    k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
+    const bool copy_a = !a_in_place || k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
     for (int p0 = 0; p0 < g.k; p0 += gemm_kb) {
       k.kk = g.k - p0 < gemm_kb ? g.k - p0 : gemm_kb;
       k.s = p0 == 0 ? g.beta : 1.0;
-      for (int p = 0; p < k.kk; ++p) {
-        const double *src = g.b + j0 + (p0 + p) * g.ldb;
-        double *d = g.bbuf + p * gemm_kb;
-        for (int j = 0; j < k.nb; ++j) d[j] = g.alpha * src[j];
+      if (b_in_place) {
+        k.b = g.b + (g.notb ? p0 + j0 * g.ldb : j0 + p0 * g.ldb);
+      } else {
+        // bbuf := alpha * op(B), once per column panel and depth block, shared by all row panels.
+        for (int p = 0; p < k.kk; ++p) {
+          const double *src = g.b + j0 + (p0 + p) * g.ldb;
+          double *d = bb + p * gemm_kb;
+          for (int j = 0; j < k.nb; ++j) d[j] = g.alpha * src[j];
+        }
       }
       for (int i0 = 0; i0 < g.m; i0 += gemm_mb) {
         k.mm = g.m - i0 < gemm_mb ? g.m - i0 : gemm_mb;
-        fill_abuf<false>(g.abuf, g.nota, g.a + i0 * ai + p0 * ap, g.lda, k.mm, k.kk, 1.0);
+        const double *a0 = g.a + i0 * ai + p0 * ap;
+        if (copy_a) {
+          if (ab == nullptr) ab = abuf;
+          if (g.notb && ax != 1.0 && !Neg)
+            fill_abuf<true>(ab, g.nota, a0, g.lda, k.mm, k.kk, ax);
+          else
+            fill_abuf<false>(ab, g.nota, a0, g.lda, k.mm, k.kk, 1.0);
+          k.a = ab;
+          k.ap = gemm_mb;
+        } else {
+          k.a = a0;
+          k.ap = g.lda;
+        }
         k.c = g.c + i0 + j0 * g.ldc;
-        sweep<V, RV, NR>(k);
+        sweep<L, Neg>(k);
       }
     }
   }
 }
 
-// Register tiles: 2 vectors of rows by 3 columns (12 e/o accumulators) on 16 registers,
-// 4 vectors of rows (a whole 32-row panel) by 3 columns (24 accumulators) on AVX-512.
-void blocked_base(const Args &g) { blocked<v2d, 2, 3>(g); }
-QKM_TARGET_AVX2 void blocked_avx2(const Args &g) { blocked<v4d, 2, 3>(g); }
-QKM_TARGET_AVX512 void blocked_avx512(const Args &g) { blocked<v8d, 4, 3>(g); }
+template <int L>
+QKM_INLINE void product_body(const Args &g) {
+  const bool unit = g.alpha == 1.0 || g.alpha == -1.0;
+  // The operand that carries alpha, when read in place, carries it as the sign of the sum.
+  const bool a_in_place = g.nota && (unit || !g.notb);
+  const bool b_in_place = g.notb || unit;
+  const bool neg = g.alpha == -1.0 && (g.notb ? a_in_place : b_in_place);
+  if (neg)
+    blocked<L, true>(g, a_in_place, b_in_place);
+  else
+    blocked<L, false>(g, a_in_place, b_in_place);
+}
+QKM_VARIANTS(void, product, (const Args &g), (g))
 
 inline bool is_n(char f) { return f == 'N' || f == 'n'; }
 inline bool is_t(char f) { return f == 'T' || f == 't' || f == 'C' || f == 'c'; }
@@ -378,11 +462,5 @@ extern "C" void eagemm(const char *transa, const char *transb, const qkm_int *m,
   g.ldb = *ldb;
   g.c = c;
   g.ldc = *ldc;
-  g.abuf = abuf;
-  g.bbuf = bbuf;
-  switch (qkm::simd::active()) {
-    case qkm::simd::Avx512: blocked_avx512(g); break;
-    case qkm::simd::Avx2: blocked_avx2(g); break;
-    default: blocked_base(g); break;
-  }
+  product(g);
 }

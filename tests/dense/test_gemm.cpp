@@ -164,21 +164,23 @@ TEST(Gemm, WorkedExampleAlphaLandsOnTheOperandThatTransbNames) {
   }
 }
 
-// Rows across the 32-row panels and the 4-row tiles, columns across the 100-column panels
-// and the 4-column tiles, depths across the 8-product and 100-position blocks, in all forms
-// and with every flag letter on each operand.
+// Rows across the 32-row panels, the row vectors and the 4-row tiles, columns across the
+// 100-column panels, the register tiles of every shape and the 4-column tiles, depths across
+// the 8-product and 100-position blocks, in all forms and with every flag letter on each
+// operand; alpha of 1 and -1 read the operand that carries it in place, other values copy it.
 TEST(Gemm, EveryBlockBoundaryAndTileEdgeOnEveryPath) {
   unsigned seed = 1;
-  for (const char *f : {"NN", "nT", "Tc", "tC", "Cn", "ct"}) {
-    for (int m : {1, 3, 4, 5, 31, 32, 33, 70})
-      for (int n : {1, 3, 4, 6, 99, 100, 101, 250})
-        EXPECT_TRUE(matches(Case(f[0], f[1], m, n, 9, 0.7, -1.3, 3, seed++)));
-    for (int k : {1, 2, 7, 8, 9, 15, 16, 17, 99, 100, 101, 199, 200, 201})
-      for (int mn : {7, 33})
-        EXPECT_TRUE(matches(Case(f[0], f[1], mn, mn - 1, k, -0.9, 0.6, 2, seed++)));
-  }
+  for (const char *f : {"NN", "nT", "Tc", "tC", "Cn", "ct"})
+    for (double alpha : {0.7, 1.0, -1.0}) {
+      for (int m : {1, 3, 4, 5, 9, 17, 31, 32, 33, 70})
+        for (int n : {1, 3, 4, 6, 13, 47, 48, 101, 250})
+          EXPECT_TRUE(matches(Case(f[0], f[1], m, n, 9, alpha, -1.3, 3, seed++)));
+      for (int k : {1, 2, 7, 8, 9, 15, 16, 17, 99, 100, 101, 199, 200, 201})
+        for (int mn : {7, 33})
+          EXPECT_TRUE(matches(Case(f[0], f[1], mn, mn - 1, k, -alpha, 0.6, 2, seed++)));
+    }
   for (int n : {1023, 1024, 1025, 1031})  // column panels of B read in place
-    EXPECT_TRUE(matches(Case('N', 'N', 33, n, 101, 1.1, 0.5, 1, seed++)));
+    for (const char *f : {"NN", "NT"}) EXPECT_TRUE(matches(Case(f[0], f[1], 33, n, 101, 1.0, 0.5, 1, seed++)));
 }
 
 TEST(Gemm, AlphaAndBetaZeroOneOtherAndNaN) {
