@@ -4,7 +4,7 @@
 #include <mutex>
 #include <new>
 
-#include "platform/text_copy.h"
+#include "common/text_copy.h"
 #include "QORBaseUnknown.h"
 #include "platform/object_count.h"
 

@@ -29,12 +29,14 @@ std::vector<Rule> rules() {
     return v;
   };
   std::vector<Rule> r;
-  for (const char *f : {"frame", "dense", "packed", "factor", "eigen", "sparse", "spatial"})
+  for (const char *f : {"frame", "dense", "packed", "factor", "eigen", "sparse"})
     r.push_back({f, with(kernel, {std::string(f) + "/"})});
+  // Spatial search stands alone: its public header, the platform's largest double, itself.
+  r.push_back({"spatial", {"QORLunOctree.h", "QORExport.h", "QORSystem.h", "spatial/"}});
   r.push_back({"services", with(kPlatformPublic, {"QORKyt*", "kernels.h", "services/", "common/"})});
   r.push_back({"platform", with(kPlatformPublic, {"platform/", "common/"})});
   r.push_back({"common", {}});
-  r.push_back({"include", with(kPlatformPublic, {"QORKyt*", "kernels.h"})});
+  r.push_back({"include", with(kPlatformPublic, {"QORKyt*", "QORLun*", "kernels.h"})});
   return r;
 }
 
