@@ -122,6 +122,49 @@ QKM_API void eagemm(const char *transa, const char *transb, const qkm_int *m, co
                     const double *b, const qkm_int *ldb, const double *beta, double *c,
                     const qkm_int *ldc, qkm_len transa_len, qkm_len transb_len);
 
+/* ---- matrix-vector products ----------------------------------------------------------- */
+/* y := alpha*op(A)*x + beta*y, the argument list of DGEMV. trans (in, first byte): "N" for A,
+   "T" or "C" for A transposed, upper case only. m, n (in): rows and columns of a, whatever
+   trans says. alpha (in). a (in, lda by n). lda (in, >= max(1,m)). x (in): n elements for
+   "N", else m, stride incx (in, not 0). beta (in). y (in/out): m elements for "N", else n,
+   stride incy (in, not 0). A negative stride walks from the far end. m or n 0, or alpha 0
+   with beta 1: y is left alone. alpha 0: a and x are not read, y is scaled (beta 0: cleared).
+   A bad argument stops the process with "DGEMV Fatal Error" before anything is read or
+   written. Positive strides go to the four tuned kernels below, a negative one to dgemvf. */
+QKM_API void eagemv(const char *trans, const qkm_int *m, const qkm_int *n, const double *alpha,
+                    const double *a, const qkm_int *lda, const double *x, const qkm_int *incx,
+                    const double *beta, double *y, const qkm_int *incy, qkm_len trans_len);
+/* The general path, same arguments as eagemv. Checks the same conditions but does not stop:
+   the first bad one prints "DGEMV Error :" and its code (1 trans, 2 m, 3 n, 6 lda, 8 incx,
+   11 incy) on one line of standard output and returns with y unchanged. beta 0 clears y
+   first; with "N" a column whose x(j) is 0.0 is skipped. */
+QKM_API void dgemvf(const char *trans, const qkm_int *m, const qkm_int *n, const double *alpha,
+                    const double *a, const qkm_int *lda, const double *x, const qkm_int *incx,
+                    const double *beta, double *y, const qkm_int *incy, qkm_len trans_len);
+/* The tuned kernels: (m, n, alpha, a, lda, x, incx, beta, y, incy), nothing checked. m, n
+   (in): rows and columns of a (lda by n, in). x, y: strided as in eagemv, a stride of 0
+   reuses the first element. y is always read and multiplied by beta (beta 0 keeps a NaN).
+   m or n 0, or alpha 0 with beta 1: y is left alone.
+   dgemv_n, dgemv32_n: y (m elements, in/out) := beta*y + alpha*A*x (x: n elements, in).
+   dgemv32_n works on whole strips of 4 rows: with m not a multiple of 4 it reads a and y and
+   writes y up to the next multiple of 4.
+   dgemv_t, dgemv32_t: y (n elements, in/out) := beta*y + alpha*A^T*x (x: m elements, in).
+   dgemv32_t with incx = incy = 1 multiplies alpha into sums of four products and reads a and
+   x up to the next multiple of 4 rows; with other strides it works on whole groups of 4
+   columns, reading a and y and writing y up to the next multiple of 4 columns. */
+QKM_API void dgemv_n(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                     const qkm_int *lda, const double *x, const qkm_int *incx,
+                     const double *beta, double *y, const qkm_int *incy);
+QKM_API void dgemv32_n(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                       const qkm_int *lda, const double *x, const qkm_int *incx,
+                       const double *beta, double *y, const qkm_int *incy);
+QKM_API void dgemv_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                     const qkm_int *lda, const double *x, const qkm_int *incx,
+                     const double *beta, double *y, const qkm_int *incy);
+QKM_API void dgemv32_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
+                       const qkm_int *lda, const double *x, const qkm_int *incx,
+                       const double *beta, double *y, const qkm_int *incy);
+
 /* ---- packed solves -------------------------------------------------------------------- */
 /* Solves A*X = B with the packed factor L of eaxfch (A = L*L^T). uplo (in): "U"/"u", else
    info (out) = 1 and nothing else happens; info is written only then. n, nrhs (in); ap (in,
@@ -221,82 +264,6 @@ QKM_API qkm_int eaxeql(const qkm_int *n, double *d, double *e, double *z, qkm_in
 QKM_API void eaxeor(const qkm_int *iorder, const qkm_int *n, double *d, double *z);
 QKM_API void eaxevp(const qkm_int *n, const double *ap, double *z);
 
-/* ---- matrix-vector products ----------------------------------------------------------- */
-/* y := alpha*op(A)*x + beta*y, the argument list of DGEMV. trans (in, first byte): "N" for A,
-   "T" or "C" for A transposed, upper case only. m, n (in): rows and columns of a, whatever
-   trans says. alpha (in). a (in, lda by n). lda (in, >= max(1,m)). x (in): n elements for
-   "N", else m, stride incx (in, not 0). beta (in). y (in/out): m elements for "N", else n,
-   stride incy (in, not 0). A negative stride walks from the far end. m or n 0, or alpha 0
-   with beta 1: y is left alone. alpha 0: a and x are not read, y is scaled (beta 0: cleared).
-   A bad argument stops the process with "DGEMV Fatal Error" before anything is read or
-   written. Positive strides go to the four tuned kernels below, a negative one to dgemvf. */
-QKM_API void eagemv(const char *trans, const qkm_int *m, const qkm_int *n, const double *alpha,
-                    const double *a, const qkm_int *lda, const double *x, const qkm_int *incx,
-                    const double *beta, double *y, const qkm_int *incy, qkm_len trans_len);
-/* The general path, same arguments as eagemv. Checks the same conditions but does not stop:
-   the first bad one prints "DGEMV Error :" and its code (1 trans, 2 m, 3 n, 6 lda, 8 incx,
-   11 incy) on one line of standard output and returns with y unchanged. beta 0 clears y
-   first; with "N" a column whose x(j) is 0.0 is skipped. */
-QKM_API void dgemvf(const char *trans, const qkm_int *m, const qkm_int *n, const double *alpha,
-                    const double *a, const qkm_int *lda, const double *x, const qkm_int *incx,
-                    const double *beta, double *y, const qkm_int *incy, qkm_len trans_len);
-/* The tuned kernels: (m, n, alpha, a, lda, x, incx, beta, y, incy), nothing checked. m, n
-   (in): rows and columns of a (lda by n, in). x, y: strided as in eagemv, a stride of 0
-   reuses the first element. y is always read and multiplied by beta (beta 0 keeps a NaN).
-   m or n 0, or alpha 0 with beta 1: y is left alone.
-   dgemv_n, dgemv32_n: y (m elements, in/out) := beta*y + alpha*A*x (x: n elements, in).
-   dgemv32_n works on whole strips of 4 rows: with m not a multiple of 4 it reads a and y and
-   writes y up to the next multiple of 4.
-   dgemv_t, dgemv32_t: y (n elements, in/out) := beta*y + alpha*A^T*x (x: m elements, in).
-   dgemv32_t with incx = incy = 1 multiplies alpha into sums of four products and reads a and
-   x up to the next multiple of 4 rows; with other strides it works on whole groups of 4
-   columns, reading a and y and writing y up to the next multiple of 4 columns. */
-QKM_API void dgemv_n(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
-                     const qkm_int *lda, const double *x, const qkm_int *incx,
-                     const double *beta, double *y, const qkm_int *incy);
-QKM_API void dgemv32_n(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
-                       const qkm_int *lda, const double *x, const qkm_int *incx,
-                       const double *beta, double *y, const qkm_int *incy);
-QKM_API void dgemv_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
-                     const qkm_int *lda, const double *x, const qkm_int *incx,
-                     const double *beta, double *y, const qkm_int *incy);
-QKM_API void dgemv32_t(const qkm_int *m, const qkm_int *n, const double *alpha, const double *a,
-                       const qkm_int *lda, const double *x, const qkm_int *incx,
-                       const double *beta, double *y, const qkm_int *incy);
-
-/* ---- mesh graphs and sorting ---------------------------------------------------------- */
-/* Lists in pointer form: list i at positions ptr(i)+1 .. ptr(i+1) of its index array, ptr(1)
-   = 0. Nodes and elements count from 1; eptr (ne+1, in) with eptr(1) = 0 and econn
-   (eptr(ne+1), in) give the nodes of each element. Nothing is validated: a node outside 1..nn
-   writes outside the arrays, and nn < 0 must not be passed. `ignored` arguments are not read.
-   eaunle: nptr (nn+1, out), nlist (eptr(ne+1), out): the elements of each node, ascending; an
-     element that names a node twice stands twice in its list. */
-QKM_API void eaunle(const qkm_int *nn, const qkm_int *ne, const void *ignored,
-                    const qkm_int *eptr, const qkm_int *econn, qkm_int *nptr, qkm_int *nlist);
-/* eaupnn: counting pass of the nodal graph. nptr, nlist (out) as eaunle; mark (nn, scratch);
-     aptr (nn+1, out): pointers of the neighbour lists; nadj (out) = aptr(nn+1), the length the
-     caller allocates for adj. */
-QKM_API void eaupnn(const qkm_int *nn, const qkm_int *ne, const void *ignored,
-                    const qkm_int *eptr, const qkm_int *econn, qkm_int *nptr, qkm_int *nlist,
-                    qkm_int *mark, qkm_int *aptr, qkm_int *nadj);
-/* eaunln: filling pass, after eaupnn with the same eptr, econn, nptr, nlist (in). link (nn+1,
-     scratch; link(2..nn+1) end as 0); adj (nadj, out): the neighbours of each node, ascending,
-     without the node itself and without repeats, in the positions that aptr names. */
-QKM_API void eaunln(const qkm_int *nn, const void *ignored2, const void *ignored3,
-                    const qkm_int *eptr, const qkm_int *econn, const qkm_int *nptr,
-                    const qkm_int *nlist, qkm_int *link, qkm_int *adj);
-/* eaupne: ptr (mtotal+1, out) over the rows of key (ntotal, in), whose entries 1..nfirst hold
-     rows 1..mfirst and entries nfirst+1..ntotal rows mfirst+1..mtotal as offsets past mfirst,
-     ascending within each segment. Row r owns the positions ptr(r)+1 .. ptr(r+1). */
-QKM_API void eaupne(const qkm_int *ntotal, const qkm_int *nfirst, const qkm_int *mfirst,
-                    const qkm_int *mtotal, const qkm_int *key, qkm_int *ptr);
-/* eaxsort: sorts nrec records of lrec words (table, nrec*lrec, in/out) ascending by their
-     word ikey (from 1), compared as signed 32-bit; the other words travel with their key.
-     work (lrec, scratch) holds the pivot record. Not stable; the order among equal keys is
-     fixed by the method. nrec <= 1 touches nothing. Not re-entrant within one thread. */
-QKM_API void eaxsort(qkm_int *table, const qkm_int *lrec, const qkm_int *nrec,
-                     const qkm_int *ikey, qkm_int *work);
-
 /* ---- sparse vectors, packed triangular solve, sparse matrix-vector product ------------ */
 /* Compressed sparse vector: x(nz) values (in), indx(nz) one-based positions in the full
    vector y (in, not checked, may repeat). All run k = 1..nz in order; nz <= 0 does nothing
@@ -333,6 +300,39 @@ QKM_API void e_dtpsv(const char *uplo, const char *trans, const char *diag, cons
 QKM_API void eaxmvm(const qkm_int *kind, const qkm_int *nterm, const qkm_int *nrow,
                     const qkm_int *n, const qkm_int *nrhs, const qkm_int *col,
                     const qkm_int *rowend, const double *a, const double *x, double *y);
+
+/* ---- mesh graphs and sorting ---------------------------------------------------------- */
+/* Lists in pointer form: list i at positions ptr(i)+1 .. ptr(i+1) of its index array, ptr(1)
+   = 0. Nodes and elements count from 1; eptr (ne+1, in) with eptr(1) = 0 and econn
+   (eptr(ne+1), in) give the nodes of each element. Nothing is validated: a node outside 1..nn
+   writes outside the arrays, and nn < 0 must not be passed. `ignored` arguments are not read.
+   eaunle: nptr (nn+1, out), nlist (eptr(ne+1), out): the elements of each node, ascending; an
+     element that names a node twice stands twice in its list. */
+QKM_API void eaunle(const qkm_int *nn, const qkm_int *ne, const void *ignored,
+                    const qkm_int *eptr, const qkm_int *econn, qkm_int *nptr, qkm_int *nlist);
+/* eaupnn: counting pass of the nodal graph. nptr, nlist (out) as eaunle; mark (nn, scratch);
+     aptr (nn+1, out): pointers of the neighbour lists; nadj (out) = aptr(nn+1), the length the
+     caller allocates for adj. */
+QKM_API void eaupnn(const qkm_int *nn, const qkm_int *ne, const void *ignored,
+                    const qkm_int *eptr, const qkm_int *econn, qkm_int *nptr, qkm_int *nlist,
+                    qkm_int *mark, qkm_int *aptr, qkm_int *nadj);
+/* eaunln: filling pass, after eaupnn with the same eptr, econn, nptr, nlist (in). link (nn+1,
+     scratch; link(2..nn+1) end as 0); adj (nadj, out): the neighbours of each node, ascending,
+     without the node itself and without repeats, in the positions that aptr names. */
+QKM_API void eaunln(const qkm_int *nn, const void *ignored2, const void *ignored3,
+                    const qkm_int *eptr, const qkm_int *econn, const qkm_int *nptr,
+                    const qkm_int *nlist, qkm_int *link, qkm_int *adj);
+/* eaupne: ptr (mtotal+1, out) over the rows of key (ntotal, in), whose entries 1..nfirst hold
+     rows 1..mfirst and entries nfirst+1..ntotal rows mfirst+1..mtotal as offsets past mfirst,
+     ascending within each segment. Row r owns the positions ptr(r)+1 .. ptr(r+1). */
+QKM_API void eaupne(const qkm_int *ntotal, const qkm_int *nfirst, const qkm_int *mfirst,
+                    const qkm_int *mtotal, const qkm_int *key, qkm_int *ptr);
+/* eaxsort: sorts nrec records of lrec words (table, nrec*lrec, in/out) ascending by their
+     word ikey (from 1), compared as signed 32-bit; the other words travel with their key.
+     work (lrec, scratch) holds the pivot record. Not stable; the order among equal keys is
+     fixed by the method. nrec <= 1 touches nothing. Not re-entrant within one thread. */
+QKM_API void eaxsort(qkm_int *table, const qkm_int *lrec, const qkm_int *nrec,
+                     const qkm_int *ikey, qkm_int *work);
 
 /* ---- printing and error reports of the services --------------------------------------- */
 /* Lines into the listing file (standard output when none is open). `text` and `format` are
