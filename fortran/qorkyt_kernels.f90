@@ -1,11 +1,12 @@
 ! Fortran interfaces of the kernels of libQORKYTMathKernel: `use qorkyt_kernels` gives a
 ! Fortran caller explicit interfaces, so that its compiler checks every argument.
 !
-! Each kernel is one interface block below, in the order of include/kernels.h. Arguments are
-! by reference, integers are integer(c_int32_t) and reals real(c_double), as in the C
-! prototypes. Each character argument has its length as an explicit trailing argument,
+! Each kernel is one interface block below, grouped by family as in include/kernels.h.
+! Arguments are by reference, integers are integer(c_int32_t) and reals real(c_double), as in
+! the C prototypes. Each character argument has its length as an explicit trailing argument,
 ! integer(c_size_t) by value, in the order of the character arguments: pass 1_c_size_t for a
-! flag, len(text) for a text. Untyped memory (void *) is assumed-type, type(*).
+! flag, len(text) for a text. Untyped memory (void *) is assumed-type, type(*); a void *
+! argument the kernel never reads is type(c_ptr) by value: pass c_null_ptr.
 !
 ! A new kernel: one more interface block in the section of its family (or a new section at
 ! the end), written from its C prototype in include/kernels.h.
@@ -172,6 +173,48 @@ module qorkyt_kernels
       real(c_double), intent(inout) :: c(*)
       integer(c_size_t), value :: transa_len, transb_len
     end subroutine
+    subroutine eagemv(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, &
+                      trans_len) bind(C, name="eagemv")
+      import :: c_int32_t, c_double, c_char, c_size_t
+      character(kind=c_char), intent(in) :: trans
+      integer(c_int32_t), intent(in) :: m, n, lda, incx, incy
+      real(c_double), intent(in) :: alpha, beta, a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+      integer(c_size_t), value :: trans_len
+    end subroutine
+    subroutine dgemvf(trans, m, n, alpha, a, lda, x, incx, beta, y, incy, &
+                      trans_len) bind(C, name="dgemvf")
+      import :: c_int32_t, c_double, c_char, c_size_t
+      character(kind=c_char), intent(in) :: trans
+      integer(c_int32_t), intent(in) :: m, n, lda, incx, incy
+      real(c_double), intent(in) :: alpha, beta, a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+      integer(c_size_t), value :: trans_len
+    end subroutine
+    subroutine dgemv_n(m, n, alpha, a, lda, x, incx, beta, y, incy) bind(C, name="dgemv_n")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: m, n, lda, incx, incy
+      real(c_double), intent(in) :: alpha, beta, a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
+    subroutine dgemv32_n(m, n, alpha, a, lda, x, incx, beta, y, incy) bind(C, name="dgemv32_n")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: m, n, lda, incx, incy
+      real(c_double), intent(in) :: alpha, beta, a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
+    subroutine dgemv_t(m, n, alpha, a, lda, x, incx, beta, y, incy) bind(C, name="dgemv_t")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: m, n, lda, incx, incy
+      real(c_double), intent(in) :: alpha, beta, a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
+    subroutine dgemv32_t(m, n, alpha, a, lda, x, incx, beta, y, incy) bind(C, name="dgemv32_t")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: m, n, lda, incx, incy
+      real(c_double), intent(in) :: alpha, beta, a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
 
     ! ---- packed solves ----------------------------------------------------------------
     subroutine dpptrs_2(uplo, n, nrhs, ap, b, ldb, info, uplo_len) bind(C, name="dpptrs_2")
@@ -329,5 +372,79 @@ module qorkyt_kernels
       integer(c_size_t), value :: text_len
       integer(c_int32_t) :: ehrprog
     end function
+
+    ! ---- mesh graphs and sorting ------------------------------------------------------
+    subroutine eaunle(nn, ne, ignored, eptr, econn, nptr, nlist) bind(C, name="eaunle")
+      import :: c_int32_t, c_ptr
+      integer(c_int32_t), intent(in) :: nn, ne, eptr(*), econn(*)
+      type(c_ptr), value :: ignored
+      integer(c_int32_t), intent(inout) :: nptr(*), nlist(*)
+    end subroutine
+    subroutine eaupnn(nn, ne, ignored, eptr, econn, nptr, nlist, mark, aptr, nadj) &
+                      bind(C, name="eaupnn")
+      import :: c_int32_t, c_ptr
+      integer(c_int32_t), intent(in) :: nn, ne, eptr(*), econn(*)
+      type(c_ptr), value :: ignored
+      integer(c_int32_t), intent(inout) :: nptr(*), nlist(*), mark(*), aptr(*)
+      integer(c_int32_t), intent(out) :: nadj
+    end subroutine
+    subroutine eaunln(nn, ignored2, ignored3, eptr, econn, nptr, nlist, link, adj) &
+                      bind(C, name="eaunln")
+      import :: c_int32_t, c_ptr
+      integer(c_int32_t), intent(in) :: nn, eptr(*), econn(*), nptr(*), nlist(*)
+      type(c_ptr), value :: ignored2, ignored3
+      integer(c_int32_t), intent(inout) :: link(*), adj(*)
+    end subroutine
+    subroutine eaupne(ntotal, nfirst, mfirst, mtotal, key, ptr) bind(C, name="eaupne")
+      import :: c_int32_t
+      integer(c_int32_t), intent(in) :: ntotal, nfirst, mfirst, mtotal, key(*)
+      integer(c_int32_t), intent(inout) :: ptr(*)
+    end subroutine
+    subroutine eaxsort(table, lrec, nrec, ikey, work) bind(C, name="eaxsort")
+      import :: c_int32_t
+      integer(c_int32_t), intent(inout) :: table(*), work(*)
+      integer(c_int32_t), intent(in) :: lrec, nrec, ikey
+    end subroutine
+
+    ! ---- sparse vectors, packed triangular solve, sparse matrix-vector product --------
+    subroutine e_daxpyi(nz, a, x, indx, y) bind(C, name="e_daxpyi")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: nz, indx(*)
+      real(c_double), intent(in) :: a, x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
+    function e_ddoti(nz, x, indx, y) bind(C, name="e_ddoti")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: nz, indx(*)
+      real(c_double), intent(in) :: x(*), y(*)
+      real(c_double) :: e_ddoti
+    end function
+    subroutine e_dgthr(nz, y, x, indx) bind(C, name="e_dgthr")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: nz, indx(*)
+      real(c_double), intent(in) :: y(*)
+      real(c_double), intent(inout) :: x(*)
+    end subroutine
+    subroutine e_dsctr(nz, x, indx, y) bind(C, name="e_dsctr")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: nz, indx(*)
+      real(c_double), intent(in) :: x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
+    subroutine e_dtpsv(uplo, trans, diag, n, ap, x, incx, uplo_len, trans_len, diag_len) &
+                       bind(C, name="e_dtpsv")
+      import :: c_int32_t, c_double, c_char, c_size_t
+      character(kind=c_char), intent(in) :: uplo, trans, diag
+      integer(c_int32_t), intent(in) :: n, incx
+      real(c_double), intent(in) :: ap(*)
+      real(c_double), intent(inout) :: x(*)
+      integer(c_size_t), value :: uplo_len, trans_len, diag_len
+    end subroutine
+    subroutine eaxmvm(kind, nterm, nrow, n, nrhs, col, rowend, a, x, y) bind(C, name="eaxmvm")
+      import :: c_int32_t, c_double
+      integer(c_int32_t), intent(in) :: kind, nterm, nrow, n, nrhs, col(*), rowend(*)
+      real(c_double), intent(in) :: a(*), x(*)
+      real(c_double), intent(inout) :: y(*)
+    end subroutine
   end interface
 end module qorkyt_kernels

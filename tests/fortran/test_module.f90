@@ -28,6 +28,8 @@ program test_module
   real(c_double) :: x(n), y(n), a(n*n), b(n*n), c(n*n), ap(n*(n+1)/2), d(n), z(n*n), e(n)
   real(c_double) :: r, s, dfail, minratio, fit, work(n*n), wt(n)
   real(c_float) :: w1, w2
+  real(c_double) :: am(n, n)
+  integer(c_int32_t) :: nptr(n+1), nlist(6), aptr(n+1), adj(10), link(n+1), nadj, tab(2*n)
   character(kind=c_char) :: text(16)
   integer :: failures = 0, i, j
 
@@ -64,6 +66,21 @@ program test_module
   call check(all(c == b), 'eagemm')
   call eaxmmp(n, n, n, a, b, c); call check(all(c == b), 'eaxmmp')
   call check(eaxscl(n, x, 1, x, 1) == 25d0, 'eaxscl')
+
+  ! matrix-vector products with A = b by columns: y = 1 + 2*A*x or 1 + 2*A^T*x
+  am = reshape(b, [n, n]); x = [1d0, -1d0, 2d0, 3d0]
+  y = 1d0; call eagemv('N', n, n, 2d0, b, n, x, 1, 1d0, y, 1, 1_c_size_t)
+  call check(all(y == 1 + 2*matmul(am, x)), 'eagemv')
+  y = 1d0; call dgemvf('T', n, n, 2d0, b, n, x, 1, 1d0, y, 1, 1_c_size_t)
+  call check(all(y == 1 + 2*matmul(x, am)), 'dgemvf')
+  y = 1d0; call dgemv_n(n, n, 2d0, b, n, x, 1, 1d0, y, 1)
+  call check(all(y == 1 + 2*matmul(am, x)), 'dgemv_n')
+  y = 1d0; call dgemv32_n(n, n, 2d0, b, n, x, 1, 1d0, y, 1)
+  call check(all(y == 1 + 2*matmul(am, x)), 'dgemv32_n')
+  y = 1d0; call dgemv_t(n, n, 2d0, b, n, x, 1, 1d0, y, 1)
+  call check(all(y == 1 + 2*matmul(x, am)), 'dgemv_t')
+  y = 1d0; call dgemv32_t(n, n, 2d0, b, n, x, 1, 1d0, y, 1)
+  call check(all(y == 1 + 2*matmul(x, am)), 'dgemv32_t')
 
   ! packed factor and solves: diag(4, 9, 16, 25) packed by rows
   ap = 0d0; do i = 1, n; ap(i*(i+1)/2) = dble((i+1)**2); end do
@@ -104,6 +121,36 @@ program test_module
   call check(eaxeql(n, d, e, z, ierr) == 0, 'eaxeql')
   call eaxeor(1, n, d, z); call check(all([(d(j) <= d(j+1), j = 1, n-1)]), 'eaxeor')
   call eaxevp(n, ap, z)
+
+  ! mesh graphs: elements (1 2 3) and (2 3 4); records of two words sorted by the first
+  call eaunle(n, 2, c_null_ptr, [0, 3, 6], [1, 2, 3, 2, 3, 4], nptr, nlist)
+  call check(all(nptr == [0, 1, 3, 5, 6]) .and. all(nlist == [1, 1, 2, 1, 2, 2]), 'eaunle')
+  call eaupnn(n, 2, c_null_ptr, [0, 3, 6], [1, 2, 3, 2, 3, 4], nptr, nlist, link, aptr, nadj)
+  call check(all(aptr == [0, 2, 5, 8, 10]) .and. nadj == 10, 'eaupnn')
+  call eaunln(n, c_null_ptr, c_null_ptr, [0, 3, 6], [1, 2, 3, 2, 3, 4], nptr, nlist, link, adj)
+  call check(all(adj == [2, 3, 1, 3, 4, 1, 2, 4, 2, 3]) .and. all(link(2:) == 0), 'eaunln')
+  call eaupne(5, 3, 2, 4, [1, 1, 2, 2, 2], nptr)
+  call check(all(nptr == [0, 2, 3, 3, 5]), 'eaupne')
+  tab = [3, 30, -1, 10, 4, 40, 2, 20]; call eaxsort(tab, 2, n, 1, iw)
+  call check(all(tab == [-1, 10, 2, 20, 3, 30, 4, 40]), 'eaxsort')
+
+  ! sparse vectors on positions 4, 1, 3
+  x = [1d0, 2d0, 3d0, 4d0]; iv = [4, 1, 3, 2]; y = 1d0
+  call e_daxpyi(3, 2d0, x, iv, y); call check(all(y == [5d0, 1d0, 7d0, 3d0]), 'e_daxpyi')
+  call check(e_ddoti(3, x, iv, y) == 34d0, 'e_ddoti')
+  d = 0d0; call e_dgthr(3, y, d, iv); call check(all(d == [3d0, 5d0, 7d0, 0d0]), 'e_dgthr')
+  e = 0d0; call e_dsctr(3, d, iv, e); call check(all(e == [5d0, 0d0, 7d0, 3d0]), 'e_dsctr')
+
+  ! upper triangular solve, 2 on the diagonal and 1 above, packed by columns: x = 1
+  ap = 1d0; do i = 1, n; ap(i*(i+1)/2) = 2d0; end do
+  y = [5d0, 4d0, 3d0, 2d0]
+  call e_dtpsv('U', 'N', 'N', n, ap, y, 1, 1_c_size_t, 1_c_size_t, 1_c_size_t)
+  call check(all(y == 1d0), 'e_dtpsv')
+
+  ! symmetric tridiagonal (2, -1) in rows, strict lower terms before the diagonal
+  call eaxmvm(1, 7, n, n, 1, [1, 1, 2, 2, 3, 3, 4], [0, 1, 3, 5, 7], &
+              [2d0, -1d0, 2d0, -1d0, 2d0, -1d0, 2d0], [1d0, 2d0, 4d0, 8d0], y)
+  call check(all(y == [0d0, -1d0, -2d0, 12d0]), 'eaxmvm')
 
   ! printing
   call ehprint('module: print' // c_null_char, 14_c_size_t)
