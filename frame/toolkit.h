@@ -93,10 +93,10 @@ QKM_INLINE double sum32(int64_t n, Term term, const P *...p) {
 // whose last round is incomplete reads the final eight elements (in bounds once the sum has
 // eight terms) and keeps only its own, with no padding copied and no lane written singly.
 QKM_INLINE vec::v8d last_lanes(vec::v8d v, int64_t r) {
-  typedef int64_t v8l __attribute__((vector_size(64)));
-  const v8l lane = {0, 1, 2, 3, 4, 5, 6, 7};
-  const vec::v8d moved = __builtin_shuffle(v, (lane + (8 - r)) & 7);
-  return reinterpret_cast<vec::v8d>(reinterpret_cast<v8l>(moved) & (lane < r));
+  // Through a zero-padded buffer: portable across compilers, and done once per sum.
+  double buf[16] = {};
+  vec::store8(buf, v);
+  return vec::load8(buf + (8 - r));
 }
 
 }  // namespace qkm
