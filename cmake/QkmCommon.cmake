@@ -22,7 +22,9 @@ if(QKM_TSAN)
 endif()
 # Line and branch counters (gcov) for the coverage report.
 if(QKM_COVERAGE)
-  add_compile_options(--coverage -O0)
+  # Atomic counter updates: the thread tests run kernels from several threads at once, and
+  # racing increments would leave counts that gcov cannot read.
+  add_compile_options(--coverage -O0 -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
 
