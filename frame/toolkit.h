@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <tuple>
 #include <utility>
 
 #include "frame/simd.h"
@@ -19,6 +20,13 @@ QKM_INLINE int64_t mirrored_start(int32_t n, int32_t inc) {
 }
 // Magnitude of a stride, for absolute-step addressing (always from element 1).
 QKM_INLINE int64_t magnitude(int32_t inc) { return inc < 0 ? -static_cast<int64_t>(inc) : inc; }
+
+// Elements to step one at a time before p is 64-byte aligned (at most n): element-wise loops
+// do so, so that their wide stores never split a cache line.
+QKM_INLINE int64_t head_to_align(const double *p, int64_t n) {
+  const int64_t head = static_cast<int64_t>((64 - (reinterpret_cast<uintptr_t>(p) & 63)) & 63) / 8;
+  return head < n ? head : n;
+}
 
 // ---- layouts ----------------------------------------------------------------------------
 // Packed by rows: the lower triangle row after row, a(i,j) (j <= i, both 1-based) at the
@@ -46,47 +54,11 @@ QKM_INLINE void with_count(int r, F &&f) {
 
 namespace detail {
 template <class Term, size_t... I>
-QKM_INLINE vec::v8d tail_round(Term &term, const double (*tail)[32], int off,
+QKM_INLINE vec::v8d tail_round(Term &term, const double (*tail)[8], int off,
                                std::index_sequence<I...>) {
   return term(vec::load8(tail[I] + off)...);
 }
 }  // namespace detail
-
-// ---- the fixed 32-partial split -----------------------------------------------------------
-// Sum over i in [0, n) of term(p[i]...), split the same way on every instruction set:
-// 32 partial sums, partial q taking the terms q, q+32, q+64, ... in order, each starting from
-// +0.0. The last, incomplete round reads its elements from zero-filled copies, so a missing
-// term is term(+0.0, ...) (+0.0 for the products and magnitudes used here) and changes no
-// partial. The partials are combined as (p[0..7] + p[8..15]) + (p[16..23] + p[24..31]) lane
-// by lane, then the eight lanes as ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
-//
-// term takes one v8d per array and returns the v8d of the eight terms.
-template <class Term, class... P>
-QKM_INLINE double sum32(int64_t n, Term term, const P *...p) {
-  using vec::load8;
-  using vec::v8d;
-  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
-  int64_t i = 0;
-  for (; i + 32 <= n; i += 32) {
-    s0 = s0 + term(load8(p + i)...);
-    s1 = s1 + term(load8(p + i + 8)...);
-    s2 = s2 + term(load8(p + i + 16)...);
-    s3 = s3 + term(load8(p + i + 24)...);
-  }
-  if (i < n) {
-    double tail[sizeof...(P)][32] = {};
-    {
-      int t = 0;
-      ((std::memcpy(tail[t++], p + i, static_cast<size_t>(n - i) * sizeof(double))), ...);
-    }
-    s0 = s0 + detail::tail_round(term, tail, 0, std::index_sequence_for<P...>{});
-    s1 = s1 + detail::tail_round(term, tail, 8, std::index_sequence_for<P...>{});
-    s2 = s2 + detail::tail_round(term, tail, 16, std::index_sequence_for<P...>{});
-    s3 = s3 + detail::tail_round(term, tail, 24, std::index_sequence_for<P...>{});
-  }
-  const v8d s = (s0 + s1) + (s2 + s3);
-  return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
-}
 
 // ---- the ragged end of a split sum --------------------------------------------------------
 // The last r lanes of v (0 < r < 8) moved down to lanes 0..r-1, +0.0 in the others: a sum
@@ -97,6 +69,64 @@ QKM_INLINE vec::v8d last_lanes(vec::v8d v, int64_t r) {
   double buf[16] = {};
   vec::store8(buf, v);
   return vec::load8(buf + (8 - r));
+}
+
+// ---- the fixed 32-partial split -----------------------------------------------------------
+// Sum over i in [0, n) of term(p[i]...), split the same way on every instruction set:
+// 32 partial sums, partial q taking the terms q, q+32, q+64, ... in order, each starting from
+// +0.0. The partials are combined as (p[0..7] + p[8..15]) + (p[16..23] + p[24..31]) lane by
+// lane, then the eight lanes as ((l0+l1)+(l2+l3))+((l4+l5)+(l6+l7)).
+//
+// The last, incomplete round adds its whole blocks of eight, then its last r < 8 terms, those
+// of the final eight elements moved down by last_lanes with +0.0 in the other lanes (below
+// eight elements in all, from zero-filled copies instead). A partial starts at +0.0 and so is
+// never -0.0: adding +0.0 leaves its bits alone, and the result is that of skipping the
+// missing terms.
+//
+// term takes one v8d per array and returns the v8d of the eight terms (+0.0 for zero input:
+// products and magnitudes). Ahead > 0 prefetches the first array that many elements ahead,
+// for sums that stream it from memory.
+template <int Ahead = 0, class Term, class... P>
+QKM_INLINE double sum32(int64_t n, Term term, const P *...p) {
+  using vec::load8;
+  using vec::v8d;
+  // Four named accumulators, never indexed at run time, so that they stay in registers.
+  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
+  int64_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    if constexpr (Ahead > 0) {
+      const double *first = std::get<0>(std::tie(p...));
+      for (int k = 0; k < 32; k += 8) __builtin_prefetch(first + i + Ahead + k);
+    }
+    s0 = s0 + term(load8(p + i)...);
+    s1 = s1 + term(load8(p + i + 8)...);
+    s2 = s2 + term(load8(p + i + 16)...);
+    s3 = s3 + term(load8(p + i + 24)...);
+  }
+  const int64_t rest = n - i;
+  if (rest > 0 && n < 8) {
+    double tail[sizeof...(P)][8] = {};
+    {
+      int t = 0;
+      ((std::memcpy(tail[t++], p + i, static_cast<size_t>(rest) * sizeof(double))), ...);
+    }
+    s0 = s0 + detail::tail_round(term, tail, 0, std::index_sequence_for<P...>{});
+  } else if (rest > 0) {
+    if (rest >= 8) s0 = s0 + term(load8(p + i)...);
+    if (rest >= 16) s1 = s1 + term(load8(p + i + 8)...);
+    if (rest >= 24) s2 = s2 + term(load8(p + i + 16)...);
+    if (const int64_t r = rest & 7) {
+      const v8d tail = last_lanes(term(load8(p + n - 8)...), r);
+      switch (rest >> 3) {
+        case 0: s0 = s0 + tail; break;
+        case 1: s1 = s1 + tail; break;
+        case 2: s2 = s2 + tail; break;
+        default: s3 = s3 + tail; break;
+      }
+    }
+  }
+  const v8d t = (s0 + s1) + (s2 + s3);
+  return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7]));
 }
 
 }  // namespace qkm

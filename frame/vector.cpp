@@ -24,10 +24,7 @@ using qkm::mirrored_start;
 // Element-wise loops first step one element at a time until the written vector is 64-byte
 // aligned, so that the wide stores never split a cache line; the order of elements has no
 // effect on the results.
-QKM_INLINE int64_t head_to_align(const double *p, int64_t n) {
-  const int64_t head = static_cast<int64_t>((64 - (reinterpret_cast<uintptr_t>(p) & 63)) & 63) / 8;
-  return head < n ? head : n;
-}
+using qkm::head_to_align;
 
 template <int L>
 QKM_INLINE void axpy_body(int64_t n, double a, const double *x, double *y) {

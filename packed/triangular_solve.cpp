@@ -45,7 +45,8 @@ enum Path : int { UpperA, LowerA, UpperAt, LowerAt };
 
 // 0-based position of the first stored element of column j (one-based): a(1,j) for upper,
 // the diagonal a(j,j) for lower.
-QKM_INLINE int64_t upper_col0(int64_t j) { return j * (j - 1) / 2; }
+// (The upper triangle by columns has the positions of the lower triangle by rows.)
+QKM_INLINE int64_t upper_col0(int64_t j) { return qkm::packed_row0(j); }
 QKM_INLINE int64_t lower_col0(int64_t n, int64_t j) { return front_col0(n, j) + j - 1; }
 
 // x[i] = x[i] - t * a[i] for i in [0, m): element-wise, the same bits at any width. Single
@@ -53,8 +54,7 @@ QKM_INLINE int64_t lower_col0(int64_t n, int64_t j) { return front_col0(n, j) + 
 QKM_INLINE void sub_scaled(int64_t m, double t, const double *a, double *x) {
   const v8d vt = splat8(t);
   int64_t i = 0;
-  const int64_t head = static_cast<int64_t>((64 - (reinterpret_cast<uintptr_t>(x) & 63)) & 63) / 8;
-  for (const int64_t h = head < m ? head : m; i < h; ++i) x[i] = x[i] - t * a[i];
+  for (const int64_t h = qkm::head_to_align(x, m); i < h; ++i) x[i] = x[i] - t * a[i];
   for (; i + 16 <= m; i += 16) {
     __builtin_prefetch(a + i + kAhead);
     __builtin_prefetch(a + i + kAhead + 8);
@@ -76,39 +76,10 @@ QKM_INLINE double split_dot_strided(int64_t m, const double *a, const double *x,
   return ((v[0] + v[1]) + (v[2] + v[3])) + ((v[4] + v[5]) + (v[6] + v[7]));
 }
 
-// The same split on contiguous x, eight lanes at a time: partial q lives in lane q % 8 of
-// accumulator q / 8. Fewer than eight terms take the scalar form. Otherwise the last,
-// incomplete round adds its full blocks, then its last r < 8 products: those of the final
-// eight elements (in bounds, as m >= 8), moved down to lanes 0..r-1 with +0.0 in the others.
-// A partial starts at +0.0 and so is never -0.0: adding +0.0 leaves its bits alone, and the
-// result is that of skipping the missing terms.
+// The same split on contiguous x: qkm::sum32, reading the triangle ahead of use.
 template <int L>
 QKM_INLINE double unit_dot(int64_t m, const double *a, const double *x) {
-  if (m < 8) return split_dot_strided(m, a, x, 1);
-  v8d s0 = {}, s1 = s0, s2 = s0, s3 = s0;
-  int64_t i = 0;
-  for (; i + 32 <= m; i += 32) {
-    for (int k = 0; k < 32; k += 8) __builtin_prefetch(a + i + kAhead + k);
-    s0 = s0 + load8(a + i) * load8(x + i);
-    s1 = s1 + load8(a + i + 8) * load8(x + i + 8);
-    s2 = s2 + load8(a + i + 16) * load8(x + i + 16);
-    s3 = s3 + load8(a + i + 24) * load8(x + i + 24);
-  }
-  const int64_t rest = m - i;
-  if (rest >= 8) s0 = s0 + load8(a + i) * load8(x + i);
-  if (rest >= 16) s1 = s1 + load8(a + i + 8) * load8(x + i + 8);
-  if (rest >= 24) s2 = s2 + load8(a + i + 16) * load8(x + i + 16);
-  if (const int64_t r = rest & 7) {
-    const v8d tail = qkm::last_lanes(load8(a + m - 8) * load8(x + m - 8), r);
-    switch (rest >> 3) {
-      case 0: s0 = s0 + tail; break;
-      case 1: s1 = s1 + tail; break;
-      case 2: s2 = s2 + tail; break;
-      default: s3 = s3 + tail; break;
-    }
-  }
-  const v8d t = (s0 + s1) + (s2 + s3);
-  return ((t[0] + t[1]) + (t[2] + t[3])) + ((t[4] + t[5]) + (t[6] + t[7]));
+  return qkm::sum32<kAhead>(m, [](v8d u, v8d v) QKM_INLINE_LAMBDA { return u * v; }, a, x);
 }
 
 // ---- unit stride -----------------------------------------------------------------------
@@ -248,7 +219,7 @@ extern "C" void e_dtpsv(const char *uplo, const char *trans, const char *diag, c
   const bool nounit = *diag == 'N' || *diag == 'n';
   const int32_t inc = *incx;
   if (inc < 1)
-    t_kx = (1 - static_cast<int64_t>(nn)) * inc;
+    t_kx = qkm::mirrored_start(nn, inc);
   else if (inc > 1)
     t_kx = 0;
   if (nn < 1) return;
