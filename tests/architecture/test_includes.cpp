@@ -36,12 +36,16 @@ std::vector<Rule> rules() {
   r.push_back({"services", with(kPlatformPublic, {"QORKyt*", "kernels.h", "services/", "common/"})});
   r.push_back({"platform", with(kPlatformPublic, {"platform/", "common/"})});
   r.push_back({"common", {}});
+  // The sample solver is an application: the public headers and its own.
+  r.push_back({"solver", with(kPlatformPublic, {"QORKyt*", "QORLun*", "kernels.h", "./"})});
   r.push_back({"include", with(kPlatformPublic, {"QORKyt*", "QORLun*", "kernels.h"})});
   return r;
 }
 
 bool allowed(const std::string &name, const std::vector<std::string> &list) {
   for (const auto &a : list) {
+    // "./": a header of the folder itself, named without a path.
+    if (a == "./" && name.find('/') == std::string::npos && name.ends_with(".h")) return true;
     if (a.back() == '/' || a.back() == '*') {
       if (name.compare(0, a.size() - 1, a, 0, a.size() - 1) == 0) return true;
     } else if (name == a) {
