@@ -1,5 +1,5 @@
 # Front door of the project. Every target does its own set-up on a fresh machine.
-.PHONY: all deps demo test sanitize test-clang tsan fuzz coverage bench install clean
+.PHONY: all deps demo tour test sanitize test-clang tsan fuzz coverage bench install clean
 
 CMAKE ?= cmake
 PREFIX ?= /usr/local
@@ -12,7 +12,13 @@ deps:
 build/build.ninja: deps CMakeLists.txt CMakePresets.json
 	$(CMAKE) --preset release
 
+# The main job: the sample solver on its default beam; the files go to build/demo.
 demo: build/build.ninja
+	$(CMAKE) --build --preset release --target qkm-solve
+	./build/qkm-solve --out build/demo
+
+# A short tour of single kernel calls and services.
+tour: build/build.ninja
 	$(CMAKE) --build --preset release --target qkm_demo
 	./build/qkm_demo
 
