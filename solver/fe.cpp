@@ -402,9 +402,9 @@ NodalGraph nodal_graph(const Mesh &mesh, QORKytMemoryManager &memory) {
 
 SymMatrix matrix_pattern(const Mesh &mesh, const NodalGraph &graph, const Dofs &dofs) {
   SymMatrix s;
-  s.n = dofs.count;
   s.rowend.assign(1, 0);
-  if (graph.aptr.size() != static_cast<size_t>(mesh.nodes()) + 1) return s;
+  if (graph.aptr.size() != static_cast<size_t>(mesh.nodes()) + 1) return s;  // no graph
+  s.n = dofs.count;
   // Unknown of each equation, so that rows come out in ascending order whatever the numbering.
   std::vector<qkm_int> unknown(static_cast<size_t>(s.n));
   for (size_t u = 0; u < dofs.eq.size(); ++u)
@@ -457,6 +457,8 @@ SymMatrix matrix_pattern(const Mesh &mesh, const NodalGraph &graph, const Dofs &
 
 int assemble(const Mesh &mesh, const Material &mat, const Dofs &dofs, SymMatrix &stiffness,
              SymMatrix *mass, QORKytMemoryManager &memory) {
+  if (stiffness.n != dofs.count || stiffness.rowend.size() != static_cast<size_t>(dofs.count) + 1)
+    return 3;
   if (mass != nullptr && (mass->rowend != stiffness.rowend || mass->col != stiffness.col)) {
     // The mass takes the pattern of the stiffness.
     mass->n = stiffness.n;

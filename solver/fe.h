@@ -18,7 +18,7 @@ NodalGraph nodal_graph(const Mesh &mesh, QORKytMemoryManager &memory);
 
 // The pattern of the stiffness matrix over the free unknowns: in each row the unknowns of
 // the row's own node and of its graph neighbours whose equation number is smaller, ascending,
-// then the diagonal. Values zero.
+// then the diagonal. Values zero. Empty (n = 0) when the graph is.
 SymMatrix matrix_pattern(const Mesh &mesh, const NodalGraph &graph, const Dofs &dofs);
 
 // Adds the element stiffness (and, when mass is given, the consistent mass, on the same

@@ -115,6 +115,10 @@ TEST(FeElement, SymmetricWithExactlySixRigidModes) {
   EXPECT_TRUE(qks::element_stiffness(flipped, kSteel, 0).empty());
   Model bad = build(flipped, all_free(flipped));
   EXPECT_EQ(bad.status, 1);
+  // A pattern that does not belong to the numbering is refused, not overrun.
+  QORKytMemoryManager memory(100);
+  SymMatrix none;
+  EXPECT_EQ(qks::assemble(cases[0].mesh, kSteel, all_free(cases[0].mesh), none, nullptr, memory), 3);
 }
 
 // A linear displacement field is reproduced exactly on a distorted mesh: the forces at interior
