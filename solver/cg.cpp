@@ -1,12 +1,12 @@
 // Block conjugate gradients: the vectors of the block iterate side by side with their own step
 // lengths, and one symmetric eaxmvm sweep per iteration forms all their products, so that the
 // matrix is read once for the whole block.
+#include "cg.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-
-#include "cg.h"
 
 namespace qks {
 
@@ -101,7 +101,8 @@ class Progress {
     last_ = Clock::now();
     // Padded to the previous width, so that a shorter line leaves nothing behind.
     char line[96];
-    const int w = std::snprintf(line, sizeof line, "CG iteration %d, worst residual %.3e", iteration, worst);
+    const int w =
+        std::snprintf(line, sizeof line, "CG iteration %d, worst residual %.3e", iteration, worst);
     std::printf("\r%-*s", std::max(w, width_), line);
     width_ = std::max(w, width_);
     std::fflush(stdout);

@@ -7,12 +7,13 @@
 // with the Jacobian at the element centre and scaled by detJ0 / detJ, which makes their
 // integral over any element vanish: a linear field is then reproduced exactly (patch test)
 // also on distorted elements. The bubbles are condensed out element by element.
+#include "fe.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
 #include "QORKytMemoryManager.h"
-#include "fe.h"
 
 namespace qks {
 
@@ -226,13 +227,13 @@ bool tet_gradients(const double x[4][3], double g[4][3], double &volume) {
 
 // The work of one element, carved from the arrays of the manager.
 struct ElementWork {
-  double *k;       // kHexDof^2: stiffness, condensed into its leading 24x24 (ld kHexDof)
-  double *m;       // 8x8 scalar mass
-  double *t;       // 9x24 bubble recovery
-  double *kii;     // 81
-  HexPoints *hp;   // hexahedron geometry
-  qkm_int *ipvt;   // 9
-  qkm_int *pos;    // 24x24 positions in the matrix
+  double *k;      // kHexDof^2: stiffness, condensed into its leading 24x24 (ld kHexDof)
+  double *m;      // 8x8 scalar mass
+  double *t;      // 9x24 bubble recovery
+  double *kii;    // 81
+  HexPoints *hp;  // hexahedron geometry
+  qkm_int *ipvt;  // 9
+  qkm_int *pos;   // 24x24 positions in the matrix
 };
 
 constexpr long long kWorkDoubles = kHexDof * kHexDof + 64 + 9 * 24 + 81;
@@ -267,7 +268,8 @@ bool element_matrices(const Mesh &mesh, qkm_int e, double lam, double mu, double
   if (!tet_gradients(x, g, vol)) return false;
   std::fill(w.k, w.k + kHexDof * kHexDof, 0.0);
   for (int a = 0; a < 4; ++a)
-    for (int b = 0; b < 4; ++b) add_pair(g[a], g[b], lam, mu, vol, w.k + 3 * a * kHexDof + 3 * b, kHexDof);
+    for (int b = 0; b < 4; ++b)
+      add_pair(g[a], g[b], lam, mu, vol, w.k + 3 * a * kHexDof + 3 * b, kHexDof);
   if (want_mass)
     for (int a = 0; a < 4; ++a)
       for (int b = 0; b < 4; ++b) w.m[a * 8 + b] = rho * vol * (a == b ? 0.1 : 0.05);
@@ -342,7 +344,8 @@ void face_quadrature(const Mesh &mesh, const qkm_int *nodes, int nv, F &&f) {
     z[v] = mesh.xyz[3 * (nodes[v] - 1) + 2];
   }
   if (nv == 3) {
-    const double area = 0.5 * std::fabs((y[1] - y[0]) * (z[2] - z[0]) - (y[2] - y[0]) * (z[1] - z[0]));
+    const double area =
+        0.5 * std::fabs((y[1] - y[0]) * (z[2] - z[0]) - (y[2] - y[0]) * (z[1] - z[0]));
     for (int m = 0; m < 3; ++m) {
       double n[4] = {0.5, 0.5, 0.5, 0.0};
       n[m] = 0.0;  // the midpoint opposite vertex m
@@ -551,7 +554,8 @@ std::vector<double> load_cases(const Mesh &mesh, const Material &mat, const Dofs
     if (mesh.cell == Cell::Hex8) {
       if (!hex_points(x, hp)) continue;
       for (int gp = 0; gp < 8; ++gp)
-        for (int a = 0; a < 8; ++a) add_force(dofs, c[a], 2, body * hp.n[gp][a] * hp.dv[gp], weight);
+        for (int a = 0; a < 8; ++a)
+          add_force(dofs, c[a], 2, body * hp.n[gp][a] * hp.dv[gp], weight);
     } else {
       double g[4][3], vol = 0.0;
       if (!tet_gradients(x, g, vol)) continue;
@@ -638,8 +642,13 @@ std::vector<double> element_stiffness(const Mesh &mesh, const Material &mat, qkm
   std::vector<double> buf(kWorkDoubles);
   HexPoints hp;
   qkm_int ipvt[9];
-  ElementWork w{buf.data(), buf.data() + kHexDof * kHexDof, buf.data() + kHexDof * kHexDof + 64,
-                buf.data() + kHexDof * kHexDof + 64 + 9 * 24, &hp, ipvt, nullptr};
+  ElementWork w{buf.data(),
+                buf.data() + kHexDof * kHexDof,
+                buf.data() + kHexDof * kHexDof + 64,
+                buf.data() + kHexDof * kHexDof + 64 + 9 * 24,
+                &hp,
+                ipvt,
+                nullptr};
   double lam, mu;
   lame(mat, lam, mu);
   if (!element_matrices(mesh, e, lam, mu, mat.density, false, w)) return {};

@@ -1,9 +1,9 @@
 // Beam theory of the clamped box: Timoshenko deflections, Saint-Venant twist and the lowest
 // natural frequencies of bending, torsion and axial vibration.
+#include "theory.h"
+
 #include <algorithm>
 #include <cmath>
-
-#include "theory.h"
 
 namespace qks {
 
@@ -54,7 +54,8 @@ std::vector<double> timoshenko_cantilever(double ei, double kga, double rho_a, d
   std::vector<double> roots;
   // Scan upwards in steps of a twentieth of the slender beam's first frequency, then bisect
   // each change of sign.
-  const double w1 = 1.8751040687119611 * 1.8751040687119611 * std::sqrt(ei / (rho_a * std::pow(length, 4)));
+  const double w1 =
+      1.8751040687119611 * 1.8751040687119611 * std::sqrt(ei / (rho_a * std::pow(length, 4)));
   const double step = w1 / 20.0;
   auto f = [&](double w) { return frequency_equation(w, ei, kga, rho_a, rho_i, length); };
   double lo = 0.5 * step, flo = f(lo);

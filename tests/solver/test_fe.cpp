@@ -79,16 +79,18 @@ TEST(FeElement, SymmetricWithExactlySixRigidModes) {
   const std::vector<double> cube = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0,
                                     0, 0, 1, 1, 0, 1, 1, 1, 1, 0, 1, 1};
   std::vector<double> skew = cube;  // a warped, stretched brick
-  const double moves[8][3] = {{0.1, 0, 0.05}, {0.3, -0.1, 0},   {0.2, 0.4, 0}, {0, 0.1, -0.1},
-                              {0, 0.2, 0},    {0.5, 0.1, 0.3},  {0.1, 0, 0.2}, {-0.2, 0.1, 0}};
+  const double moves[8][3] = {{0.1, 0, 0.05}, {0.3, -0.1, 0},  {0.2, 0.4, 0}, {0, 0.1, -0.1},
+                              {0, 0.2, 0},    {0.5, 0.1, 0.3}, {0.1, 0, 0.2}, {-0.2, 0.1, 0}};
   for (int a = 0; a < 8; ++a)
-    for (int c = 0; c < 3; ++c) skew[3 * a + c] = skew[3 * a + c] * (c == 0 ? 3.0 : 1.0) + moves[a][c];
+    for (int c = 0; c < 3; ++c)
+      skew[3 * a + c] = skew[3 * a + c] * (c == 0 ? 3.0 : 1.0) + moves[a][c];
   const struct {
     const char *name;
     Mesh mesh;
-  } cases[] = {{"cube", one_element(qks::Cell::Hex8, cube)},
-               {"distorted hexahedron", one_element(qks::Cell::Hex8, skew)},
-               {"tetrahedron", one_element(qks::Cell::Tet4, {0, 0, 0, 1, 0.1, 0, 0.2, 1, 0, 0, 0.3, 0.8})}};
+  } cases[] = {
+      {"cube", one_element(qks::Cell::Hex8, cube)},
+      {"distorted hexahedron", one_element(qks::Cell::Hex8, skew)},
+      {"tetrahedron", one_element(qks::Cell::Tet4, {0, 0, 0, 1, 0.1, 0, 0.2, 1, 0, 0, 0.3, 0.8})}};
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
     Vec k = qks::element_stiffness(c.mesh, kSteel, 0);
@@ -118,7 +120,8 @@ TEST(FeElement, SymmetricWithExactlySixRigidModes) {
   // A pattern that does not belong to the numbering is refused, not overrun.
   QORKytMemoryManager memory(100);
   SymMatrix none;
-  EXPECT_EQ(qks::assemble(cases[0].mesh, kSteel, all_free(cases[0].mesh), none, nullptr, memory), 3);
+  EXPECT_EQ(qks::assemble(cases[0].mesh, kSteel, all_free(cases[0].mesh), none, nullptr, memory),
+            3);
 }
 
 // A linear displacement field is reproduced exactly on a distorted mesh: the forces at interior
@@ -200,7 +203,9 @@ TEST(FeElement, MassAndLoadResultants) {
       const double *f = &rhs[2 * 3 * nn + 3 * n], *x = &md.mesh.xyz[3 * n];
       torque += (x[1] - ymid) * f[2] - x[2] * f[1];
     }
-    const double expect[4][3] = {{0, loads.tip, 0}, {0, 0, loads.tip}, {0, 0, 0},
+    const double expect[4][3] = {{0, loads.tip, 0},
+                                 {0, 0, loads.tip},
+                                 {0, 0, 0},
                                  {0, 0, -kSteel.density * loads.gravity * volume}};
     for (int lc = 0; lc < 4; ++lc)
       for (int c = 0; c < 3; ++c)
@@ -250,7 +255,9 @@ TEST(FeAssembly, GraphAndPatternMatchBruteForce) {
           }
         std::sort(want.begin(), want.end());
         want.push_back(row);
-        EXPECT_EQ(std::vector<qkm_int>(s.col.begin() + s.rowend[row - 1], s.col.begin() + s.rowend[row]), want)
+        EXPECT_EQ(
+            std::vector<qkm_int>(s.col.begin() + s.rowend[row - 1], s.col.begin() + s.rowend[row]),
+            want)
             << "row " << row;
       }
     }
@@ -360,8 +367,9 @@ TEST(FeTheory, TorsionConstantOfRectangles) {
                {1.0, 5.0, 0.291, 5e-4},
                {10.0, 1.0, 0.31233, 2e-5}};
   for (const auto &c : cases)
-    EXPECT_NEAR(qks::torsion_constant(c.a, c.b) / (std::max(c.a, c.b) * std::pow(std::min(c.a, c.b), 3)),
-                c.beta, c.tol)
+    EXPECT_NEAR(
+        qks::torsion_constant(c.a, c.b) / (std::max(c.a, c.b) * std::pow(std::min(c.a, c.b), 3)),
+        c.beta, c.tol)
         << c.a << " x " << c.b;
 }
 
@@ -374,7 +382,7 @@ Vec fe_beam_omegas(double ei, double kga, double rho_a, double rho_i, double len
   Vec k(static_cast<size_t>(n) * n, 0.0), m(n);
   for (int e = 0; e < ne; ++e) {
     const double bg[4] = {-1.0 / h, -0.5, 1.0 / h, -0.5};  // shear strain w' - theta
-    const double bb[4] = {0.0, -1.0 / h, 0.0, 1.0 / h};     // curvature theta'
+    const double bb[4] = {0.0, -1.0 / h, 0.0, 1.0 / h};    // curvature theta'
     for (int i = 0; i < 4; ++i)
       for (int j = 0; j < 4; ++j) {
         const int r = 2 * e + i - 2, c = 2 * e + j - 2;
@@ -402,7 +410,8 @@ TEST(FeTheory, TimoshenkoFrequencies) {
   // Slender: the Euler-Bernoulli roots 1.875..., 4.694..., 7.854... .
   {
     const double len = 100.0, a = 0.01, inertia = 1e-4 / 12;  // a 0.1 x 0.1 bar
-    const Vec w = qks::timoshenko_cantilever(e * inertia, 1e6 * kappa * g * a, rho * a, 0.0, len, 3);
+    const Vec w =
+        qks::timoshenko_cantilever(e * inertia, 1e6 * kappa * g * a, rho * a, 0.0, len, 3);
     ASSERT_EQ(w.size(), 3u);
     const double roots[3] = {1.8751040687119611, 4.6940911329741745, 7.8547574382376126};
     for (int i = 0; i < 3; ++i)
@@ -412,11 +421,13 @@ TEST(FeTheory, TimoshenkoFrequencies) {
   // Stocky (length 4 x depth): shear and rotary inertia lower the frequencies, as the fine
   // 1-D model says; Richardson extrapolation of two meshes makes the oracle sharp.
   const double len = 1.6, side = 0.4, a = side * side, inertia = side * side * side * side / 12;
-  const Vec w = qks::timoshenko_cantilever(e * inertia, kappa * g * a, rho * a, rho * inertia, len, 3);
+  const Vec w =
+      qks::timoshenko_cantilever(e * inertia, kappa * g * a, rho * a, rho * inertia, len, 3);
   const Vec c1 = fe_beam_omegas(e * inertia, kappa * g * a, rho * a, rho * inertia, len, 100);
   const Vec c2 = fe_beam_omegas(e * inertia, kappa * g * a, rho * a, rho * inertia, len, 200);
   ASSERT_EQ(w.size(), 3u);
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(w[i], (4 * c2[i] - c1[i]) / 3, 2e-5 * w[i]) << "mode " << i;
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NEAR(w[i], (4 * c2[i] - c1[i]) / 3, 2e-5 * w[i]) << "mode " << i;
   EXPECT_LT(w[2], 0.8 * 7.8547574382376126 * 7.8547574382376126 *
                       std::sqrt(e * inertia / (rho * a * std::pow(len, 4))));
 
