@@ -276,7 +276,10 @@ struct Solve {
     for (qkm_int n = 0; n < md.mesh.nodes(); ++n) {
       const double *p = &md.mesh.xyz[3 * n];
       const double e = std::hypot(p[0] - x, p[1] - y, p[2] - z);
-      if (e < d) d = e, best = n;
+      if (e < d) {
+        d = e;
+        best = n;
+      }
     }
     const qkm_int eq = md.dofs.eq[3 * best + c];
     return eq > 0 ? x_of(lc)[eq - 1] : 0.0;
