@@ -7,10 +7,13 @@
 #include "direct.h"
 
 #include <metis.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -37,6 +40,30 @@ constexpr int kNoMemory = -3;     // as METIS_ERROR_MEMORY
 // merged pivot columns.
 constexpr double kSmallPivots = 48.0, kSmallZeros = 0.30, kAnyZeros = 0.03;
 
+// Storage of the factor, left uninitialised (every entry is written by the elimination) and
+// asked for in huge pages: the factor of a large model is hundreds of megabytes, and touching
+// it page by page costs as much as the elimination.
+class FactorStore {
+ public:
+  void reset(size_t count) {
+    constexpr size_t kHuge = size_t{1} << 21;
+    data_.reset();
+    const size_t bytes = (std::max<size_t>(count, 1) * sizeof(double) + kHuge - 1) / kHuge * kHuge;
+    data_.reset(static_cast<double *>(std::aligned_alloc(kHuge, bytes)));
+    if (!data_) throw std::bad_alloc();
+    madvise(data_.get(), bytes, MADV_HUGEPAGE);  // a hint; refusal changes nothing
+  }
+  void clear() { data_.reset(); }
+  double *data() { return data_.get(); }
+  const double *data() const { return data_.get(); }
+
+ private:
+  struct Free {
+    void operator()(double *p) const { std::free(p); }
+  };
+  std::unique_ptr<double, Free> data_;
+};
+
 struct Front {
   qkm_int first = 0;   // elimination position (from 0) of the first pivot
   qkm_int npiv = 0;
@@ -59,7 +86,7 @@ struct DirectSolver::Impl {
   std::vector<qkm_int> eq_at;   // elimination position -> equation number - 1
   std::vector<Front> fronts;    // in elimination (post)order
   std::vector<qkm_int> rows;
-  std::vector<double> factor;
+  FactorStore factor;
   qkm_int max_update = 0;
   bool ready = false;
 
@@ -342,7 +369,7 @@ int DirectSolver::Impl::analyse(const SymMatrix &a, const Mesh &mesh, const Dofs
   }
   report.fronts = static_cast<int>(fronts.size());
   report.factor_entries = static_cast<long long>(values);
-  factor.assign(values, 0.0);
+  factor.reset(values);
   return 0;
 }
 
@@ -373,8 +400,26 @@ int DirectSolver::Impl::eliminate(const SymMatrix &a, DirectReport &report) {
   }
 
   std::vector<qkm_int> local(n, -1), owner(n, -1);
-  std::vector<std::pair<size_t, std::vector<double>>> updates;  // (front, update matrix)
-  std::vector<double> front;
+  // Update matrices wait on one stack (postorder hands a front its children's on the top);
+  // the stack and the front buffer are sized once, from a dry run of the pushes and pops.
+  std::vector<size_t> waiting;  // fronts whose update matrices are on the stack
+  size_t peak = 0, largest = 0;
+  for (size_t k = 0, top = 0; k < fronts.size(); ++k) {
+    for (int c = 0; c < fronts[k].children; ++c) {
+      top -= triangle(fronts[waiting.back()].nupd);
+      waiting.pop_back();
+    }
+    largest = std::max(largest, triangle(fronts[k].npiv + fronts[k].nupd));
+    top += triangle(fronts[k].nupd);
+    peak = std::max(peak, top);
+    waiting.push_back(k);
+  }
+  waiting.clear();
+  FactorStore stack, buffer;
+  stack.reset(peak);
+  buffer.reset(largest);
+  double *front = buffer.data();
+  size_t top = 0;
   double minratio = HUGE_VAL;
   const double tolabs = 1.0e-300, tolratio = 1.0e-12;
   qkm_int ipiv = 0, naccept = 0, ierr = 0;
@@ -391,7 +436,7 @@ int DirectSolver::Impl::eliminate(const SymMatrix &a, DirectReport &report) {
       local[upd[i]] = p + i;
       owner[upd[i]] = static_cast<qkm_int>(k);
     }
-    front.assign(triangle(order), 0.0);
+    std::fill(front, front + triangle(order), 0.0);
     for (qkm_int j = 0; j < p; ++j)
       for (size_t e = eptr[f.first + j]; e < eptr[f.first + j + 1]; ++e) {
         const qkm_int hi = entries[e].first;
@@ -400,19 +445,20 @@ int DirectSolver::Impl::eliminate(const SymMatrix &a, DirectReport &report) {
       }
     // Extend-add of the children's update matrices; their rows are ascending, like ours.
     for (int c = 0; c < f.children; ++c) {
-      const Front &child = fronts[updates.back().first];
-      const std::vector<double> &w = updates.back().second;
+      const Front &child = fronts[waiting.back()];
+      top -= triangle(child.nupd);
+      const double *w = stack.data() + top;
       const qkm_int cu = child.nupd, *crow = rows.data() + child.rows;
       for (qkm_int j = 0; j < cu; ++j)
         if (owner[crow[j]] != static_cast<qkm_int>(k)) return kBadInput;
       for (qkm_int j = 0; j < cu; ++j) {
-        const double *src = w.data() + front_pos(cu, j, j);
-        double *dst = front.data() + front_pos(order, 0, local[crow[j]]);
+        const double *src = w + front_pos(cu, j, j);
+        double *dst = front + front_pos(order, 0, local[crow[j]]);
         for (qkm_int i = j; i < cu; ++i) dst[local[crow[i]]] += src[i - j];
       }
-      updates.pop_back();
+      waiting.pop_back();
     }
-    const qkm_int result = easlff_nt(&order, &p, front.data(), &minratio, diag0.data(), &tolabs,
+    const qkm_int result = easlff_nt(&order, &p, front, &minratio, diag0.data(), &tolabs,
                                      &tolratio, &ipiv, &naccept, &work1, &work2, &ierr);
     report.work = work1;
     report.min_ratio = minratio;
@@ -424,13 +470,13 @@ int DirectSolver::Impl::eliminate(const SymMatrix &a, DirectReport &report) {
     // Pivot block to the front layout of order p, off-diagonal block by columns.
     double *l11 = factor.data() + f.values, *l21 = l11 + triangle(p);
     for (qkm_int j = 0; j < p; ++j) {
-      const double *col = front.data() + front_pos(order, j, j);
+      const double *col = front + front_pos(order, j, j);
       std::copy(col, col + (p - j), l11 + front_pos(p, j, j));
       std::copy(col + (p - j), col + (order - j), l21 + static_cast<size_t>(j) * u);
     }
-    updates.emplace_back(k, std::vector<double>(front.begin() + static_cast<std::ptrdiff_t>(
-                                                    triangle(order) - triangle(u)),
-                                                front.end()));
+    std::copy(front + triangle(order) - triangle(u), front + triangle(order), stack.data() + top);
+    top += triangle(u);
+    waiting.push_back(k);
   }
   return 0;
 }
