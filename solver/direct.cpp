@@ -74,7 +74,7 @@ struct Front {
   int children = 0;    // fronts whose update matrices this one receives
 };
 
-// Graph of the free nodes, 0-based CSR (METIS form), and the ordering that results.
+// Graph of the free nodes, 0-based CSR as METIS takes it.
 struct NodeGraph {
   std::vector<idx_t> xadj{0}, adjncy;
 };
@@ -103,6 +103,10 @@ bool free_node_graph(const SymMatrix &a, const Mesh &mesh, const Dofs &dofs,
                      const NodalGraph &graph, std::vector<qkm_int> &node_at,
                      std::vector<qkm_int> &node_of_eq, NodeGraph &g) {
   const qkm_int nn = mesh.nodes();
+  if (graph.aptr[0] != 0 || graph.aptr[nn] > static_cast<qkm_int>(graph.adj.size())) return false;
+  for (qkm_int r = 0; r < a.n; ++r)
+    if (a.rowend[r + 1] <= a.rowend[r]) return false;
+  if (a.rowend[0] != 0 || a.rowend[a.n] != a.terms()) return false;
   std::vector<qkm_int> id(nn, -1);
   node_of_eq.assign(a.n, -1);
   for (qkm_int v = 0; v < nn; ++v)

@@ -244,7 +244,10 @@ TEST(SubspaceIteration, MatchesGeneralisedDenseSolve) {
     const char *name;
     bool banded;
     bool tets;
-  } cases[] = {{"diagonal mass, hexahedra", false, false}, {"banded mass, tetrahedra", true, true}};
+    int subspace;  // 0: the default size
+  } cases[] = {{"diagonal mass, hexahedra", false, false, 0},
+               {"banded mass, tetrahedra", true, true, 0},
+               {"banded mass, hexahedra, four vectors", true, false, 4}};
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
     const Problem p = make_problem({3.0, 0.5, 0.5, 6, 2, 2}, c.tets);
@@ -265,6 +268,8 @@ TEST(SubspaceIteration, MatchesGeneralisedDenseSolve) {
     ASSERT_EQ(solver.factor(p.k, p.mesh, p.dofs, p.graph), 0);
     qks::ModalOptions opt;
     opt.tolerance = 1e-12;
+    opt.subspace = c.subspace;
+    opt.max_iterations = 400;
     const qks::ModalReport rep = qks::subspace_iteration(
         p.k, m, [&](double *b, int nrhs) { solver.solve(b, nrhs); }, opt);
     ASSERT_TRUE(rep.converged);
