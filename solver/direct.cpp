@@ -34,6 +34,7 @@ inline size_t triangle(size_t n) { return n * (n + 1) / 2; }
 
 constexpr int kBadInput = -2;     // as METIS_ERROR_INPUT
 constexpr int kNoMemory = -3;     // as METIS_ERROR_MEMORY
+constexpr int kTooLarge = -4;     // a front whose packed size outgrows 32-bit positions
 
 // Amalgamation: a child front is merged into its parent when the merged pivot block stays
 // small and not too sparse, or when the explicit zeros it adds are a small share of the
@@ -371,6 +372,7 @@ int DirectSolver::Impl::analyse(const SymMatrix &a, const Mesh &mesh, const Dofs
     max_update = std::max(max_update, f.nupd);
     report.largest_front = std::max(report.largest_front, static_cast<int>(f.npiv + f.nupd));
   }
+  if (triangle(report.largest_front) > 2147483647u) return kTooLarge;
   report.fronts = static_cast<int>(fronts.size());
   report.factor_entries = static_cast<long long>(values);
   factor.reset(values);
