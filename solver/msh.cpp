@@ -8,6 +8,7 @@
 #include "msh.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -273,6 +274,12 @@ Mesh assemble(const Parsed &p) {
   return m;
 }
 
+// The shortest text that reads back as the same double.
+std::string exact(double v) {
+  char buf[32];
+  return std::string(buf, std::to_chars(buf, buf + sizeof buf, v).ptr);
+}
+
 }  // namespace
 
 bool read_msh(const std::string &path, Mesh &mesh, std::string &error) {
@@ -312,13 +319,14 @@ bool write_msh(const std::string &path, const Mesh &mesh, std::string &error) {
   if (nn > 0) bounds(mesh, lo, hi);
   // One volume entity with its bounding box, no physical groups and no bounding surfaces.
   std::fprintf(f, "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 1\n");
-  std::fprintf(f, "1 %.17g %.17g %.17g %.17g %.17g %.17g 0 0\n$EndEntities\n", lo[0], lo[1],
-               lo[2], hi[0], hi[1], hi[2]);
+  std::fprintf(f, "1 %s %s %s %s %s %s 0 0\n$EndEntities\n", exact(lo[0]).c_str(),
+               exact(lo[1]).c_str(), exact(lo[2]).c_str(), exact(hi[0]).c_str(),
+               exact(hi[1]).c_str(), exact(hi[2]).c_str());
   std::fprintf(f, "$Nodes\n1 %d 1 %d\n3 1 0 %d\n", nn, nn, nn);
   for (qkm_int i = 1; i <= nn; ++i) std::fprintf(f, "%d\n", i);
   for (qkm_int i = 0; i < nn; ++i)
-    std::fprintf(f, "%.17g %.17g %.17g\n", mesh.xyz[3 * i], mesh.xyz[3 * i + 1],
-                 mesh.xyz[3 * i + 2]);
+    std::fprintf(f, "%s %s %s\n", exact(mesh.xyz[3 * i]).c_str(),
+                 exact(mesh.xyz[3 * i + 1]).c_str(), exact(mesh.xyz[3 * i + 2]).c_str());
   std::fprintf(f, "$EndNodes\n$Elements\n1 %d 1 %d\n3 1 %d %d\n", ne, ne,
                mesh.cell == Cell::Hex8 ? 5 : 4, ne);
   for (qkm_int e = 0; e < ne; ++e) {

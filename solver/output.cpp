@@ -120,9 +120,9 @@ std::vector<Face> outer_faces(const Mesh &m) {
   return out;
 }
 
-// Edges of the outer surface where it folds (the outline of a box: its 12 edges), as pairs of
-// nodes from 0.
-std::vector<std::array<qkm_int, 2>> fold_edges(const Mesh &m, const std::vector<Face> &faces) {
+// The lines where the outer surface folds (a box's 12 edges), each as a chain of nodes from 0,
+// so that a dash pattern runs on along it.
+std::vector<std::vector<qkm_int>> fold_lines(const Mesh &m, const std::vector<Face> &faces) {
   struct Side {
     qkm_int a, b;
     std::size_t face;
@@ -138,16 +138,43 @@ std::vector<std::array<qkm_int, 2>> fold_edges(const Mesh &m, const std::vector<
   auto normal = [&](std::size_t f) {
     return unit(newell(faces[f].n, [&](int k) { return node(m, faces[f].v[k]); }));
   };
-  std::vector<std::array<qkm_int, 2>> out;
+  std::vector<std::array<qkm_int, 2>> edges;
   for (std::size_t i = 0; i < sides.size();) {
     std::size_t j = i + 1;
     while (j < sides.size() && sides[j].a == sides[i].a && sides[j].b == sides[i].b) ++j;
     // Folded by more than about 30 degrees, or a free edge of an open surface.
     if (j - i != 2 || dot(normal(sides[i].face), normal(sides[i + 1].face)) < 0.866)
-      out.push_back({sides[i].a, sides[i].b});
+      edges.push_back({sides[i].a, sides[i].b});
     i = j;
   }
-  return out;
+  // Chain the edges: from the ends and corners (not two edges at the node) first, then what
+  // is left (closed loops).
+  std::vector<std::vector<std::size_t>> at(static_cast<std::size_t>(m.nodes()));
+  for (std::size_t e = 0; e < edges.size(); ++e)
+    for (qkm_int v : edges[e]) at[v].push_back(e);
+  std::vector<char> used(edges.size(), 0);
+  std::vector<std::vector<qkm_int>> lines;
+  auto walk = [&](qkm_int start) {
+    for (std::size_t first : at[start]) {
+      if (used[first]) continue;
+      qkm_int v = start;
+      std::vector<qkm_int> line{v};
+      for (std::size_t e = first;;) {
+        used[e] = 1;
+        v = edges[e][0] == v ? edges[e][1] : edges[e][0];
+        line.push_back(v);
+        if (at[v].size() != 2) break;
+        e = at[v][0] == e ? at[v][1] : at[v][0];
+        if (used[e]) break;
+      }
+      lines.push_back(std::move(line));
+    }
+  };
+  for (qkm_int v = 0; v < m.nodes(); ++v)
+    if (!at[v].empty() && at[v].size() != 2) walk(v);
+  for (std::size_t e = 0; e < edges.size(); ++e)
+    if (!used[e]) walk(edges[e][0]);
+  return lines;
 }
 
 // A perceptual colour map (viridis), 11 stops from dark violet to yellow.
@@ -371,7 +398,7 @@ bool write_png(const std::string &path, const Mesh &mesh, const std::vector<doub
       }
 
     const std::vector<Face> faces = outer_faces(mesh);
-    const std::vector<std::array<qkm_int, 2>> outline = fold_edges(mesh, faces);
+    const std::vector<std::vector<qkm_int>> outline = fold_lines(mesh, faces);
 
     // Fit both shapes into the drawing area left of the colour bar and below the title.
     Camera cam(centre, std::max(size, 1e-30));
@@ -406,13 +433,13 @@ bool write_png(const std::string &path, const Mesh &mesh, const std::vector<doub
     cairo_set_dash(cr, dash, 2, 0.0);
     cairo_set_line_width(cr, 1.0);
     cairo_set_source_rgb(cr, 0.68, 0.68, 0.72);
-    for (const auto &e : outline) {
-      double x, y;
-      cam.pixel(node(mesh, e[0]), x, y);
-      cairo_move_to(cr, x, y);
-      cam.pixel(node(mesh, e[1]), x, y);
-      cairo_line_to(cr, x, y);
-    }
+    for (const auto &line : outline)
+      for (std::size_t k = 0; k < line.size(); ++k) {
+        double x, y;
+        cam.pixel(node(mesh, line[k]), x, y);
+        if (k == 0) cairo_move_to(cr, x, y);
+        else cairo_line_to(cr, x, y);
+      }
     cairo_stroke(cr);
     cairo_set_dash(cr, nullptr, 0, 0.0);
 
