@@ -98,6 +98,8 @@ class Reader {
     const std::size_t b = text_.find_last_not_of(" \t");
     std::string t = text_.substr(a, b - a + 1);
     if (t.size() > 60) t = t.substr(0, 57) + "...";
+    for (char &c : t)
+      if (static_cast<unsigned char>(c) < 32 || static_cast<unsigned char>(c) > 126) c = '?';
     return t;
   }
 

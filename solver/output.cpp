@@ -207,12 +207,14 @@ std::string short_number(double v) {
 // (-y), a little from the free end (+x) and from above.
 struct Camera {
   Vec eye, right, up, forward;
+  double distance = 1.0;                   // from the eye to the centre
   double scale = 1.0, ox = 0.0, oy = 0.0;  // projected plane -> pixels
 
   Camera(const Vec &centre, double size) {
     const double az = 30.0 * M_PI / 180.0, el = 28.0 * M_PI / 180.0;
     const Vec towards_eye{std::cos(el) * std::sin(az), -std::cos(el) * std::cos(az), std::sin(el)};
     const double dist = 2.6 * size;
+    distance = dist;
     eye = {centre[0] + dist * towards_eye[0], centre[1] + dist * towards_eye[1],
            centre[2] + dist * towards_eye[2]};
     forward = unit(sub(centre, eye));
@@ -222,7 +224,8 @@ struct Camera {
   // Point on the picture plane before fitting (x right, y up) and the depth along the view.
   void plane(const Vec &p, double &x, double &y, double &depth) const {
     const Vec d = sub(p, eye);
-    depth = dot(d, forward);
+    // A point pushed behind the eye by a huge magnification stays drawable, if meaningless.
+    depth = std::max(dot(d, forward), 1e-3 * distance);
     x = dot(d, right) / depth;
     y = dot(d, up) / depth;
   }

@@ -62,6 +62,7 @@ TEST(Msh, RefusesBrokenFilesNamingTheLine) {
   } cases[] = {
       {"empty", "", 1, "end of file"},
       {"no header", replaced(ok, "$MeshFormat\n", ""), 1, "$MeshFormat"},
+      {"not text", std::string("\x89\x01\x02 PNG\n"), 1, "'??? PNG'"},
       {"binary", replaced(ok, "4.1 0 8", "4.1 1 8"), 2, "binary"},
       {"old version", replaced(ok, "4.1 0 8", "2.2 0 8"), 2, "version"},
       {"header without end", replaced(ok, "$EndMeshFormat\n", ""), 3, "$EndMeshFormat"},
