@@ -16,6 +16,15 @@ inline QORLunNeighborTree &query_of(const QORLunOctree *tree) {
   return const_cast<QORLunNeighborTree &>(*static_cast<const QORLunNeighborTree *>(tree));
 }
 
+// Asks for the cache lines of a cell object (its first and its last byte).
+inline void prefetch_object(const QORLunOctant *o) {
+  __builtin_prefetch(o);
+  __builtin_prefetch(reinterpret_cast<const char *>(o) + sizeof(QORLunOctant) - 1);
+}
+
+// Asks for what a search of the cell reads next: the child table, or the entity list.
+inline void prefetch_below(const QORLunOctant &o);
+
 // Entities fetched from the application in one go before a leaf's distances are taken.
 constexpr unsigned int kFetch = 64;
 
@@ -48,6 +57,13 @@ struct NeighborSearch {
   // The list's last distance, or 0 when it cannot be read.
   double worst() const {
     return (found != 0 && distances != nullptr) ? distances[found - 1] : 0.0;
+  }
+
+  static void prefetch_below(const QORLunOctant &o) {
+    if (o._Children != nullptr)
+      __builtin_prefetch(o._Children);
+    else
+      __builtin_prefetch(o._Entities);
   }
 
   // Half the sizes of a cell of `owner` at `level` (zero without a tree), as the cell's
@@ -112,9 +128,10 @@ struct NeighborSearch {
       if (p >= wanted) return;
       unsigned int m = found - p;
       if (found >= wanted) --m;  // the last entry falls off
-      if (m > 0) {
-        std::memmove(distances + p + 1, distances + p, sizeof(double) * m);
-        std::memmove(indices + p + 1, indices + p, sizeof(unsigned int) * m);
+      // The m entries from p move one place up (a memmove, written out: m is small).
+      for (unsigned int i = p + m; i > p; --i) {
+        distances[i] = distances[i - 1];
+        indices[i] = indices[i - 1];
       }
     }
     distances[p] = distance;
@@ -176,7 +193,9 @@ struct NeighborSearch {
   }
 
   // The descent: the query's own child first, then the others in index order where the cell
-  // test allows. The children's half sizes are derived once per node (per level and tree).
+  // test allows. A child is one level below its parent, in its parent's tree (AddChild makes
+  // it so): the children's half sizes are derived once per node. The siblings' cells are
+  // fetched ahead while the own child is searched, since the cell test reads each of them.
   int descend(const QORLunOctant &node) {
     if (node._Children == nullptr) {
       const int status = collect(node);
@@ -185,29 +204,24 @@ struct NeighborSearch {
     }
     if (node._Tree == nullptr) return kUnexpected;
     QORLunOctant *const *children = node._Children;
-    const unsigned char h = node.GetChildIndex(qx, qy, qz);
+    const unsigned int h = (qx > node._X ? 1u : 0u) | (qy > node._Y ? 2u : 0u) |
+                           (qz > node._Z ? 4u : 0u);
+    for (unsigned int i = 0; i < 8; ++i)
+      if (i != h && children[i] != nullptr) prefetch_object(children[i]);
     int status = 0;
     if (children[h] != nullptr) {
       status = descend(*children[h]);
       if (status < 0) return status;
     }
     if (capped()) return status;
+    for (unsigned int i = 0; i < 8; ++i)
+      if (i != h && children[i] != nullptr) prefetch_below(*children[i]);
     double half[3];
-    const QORLunOctree *sizedTree = nullptr;
-    unsigned int sizedLevel = 0;
-    bool sized = false;
+    half_sizes(node._Tree, node._Level + 1, half);
     for (unsigned int i = 0; i < 8; ++i) {
       const QORLunOctant *child = children[i];
       if (i == h || child == nullptr) continue;
-      if (wanted <= found) {
-        if (!sized || child->_Tree != sizedTree || child->_Level != sizedLevel) {
-          half_sizes(child->_Tree, child->_Level, half);
-          sizedTree = child->_Tree;
-          sizedLevel = child->_Level;
-          sized = true;
-        }
-        if (!close_enough(*child, half)) continue;
-      }
+      if (wanted <= found && !close_enough(*child, half)) continue;
       status = descend(*child);
       if (status < 0 || capped()) return status;
     }
@@ -218,6 +232,10 @@ struct NeighborSearch {
 }  // namespace qkm::spatial
 
 using qkm::spatial::NeighborSearch;
+
+namespace {
+inline void prefetch_below(const QORLunOctant &o) { NeighborSearch::prefetch_below(o); }
+}  // namespace
 
 // ---------------------------------------------------------------- QORLunNeighborNode
 QORLunNeighborNode::QORLunNeighborNode() = default;
