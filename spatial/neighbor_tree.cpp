@@ -22,9 +22,6 @@ inline void prefetch_object(const QORLunOctant *o) {
   __builtin_prefetch(reinterpret_cast<const char *>(o) + sizeof(QORLunOctant) - 1);
 }
 
-// Asks for what a search of the cell reads next: the child table, or the entity list.
-inline void prefetch_below(const QORLunOctant &o);
-
 // Entities fetched from the application in one go before a leaf's distances are taken.
 constexpr unsigned int kFetch = 64;
 
@@ -59,6 +56,7 @@ struct NeighborSearch {
     return (found != 0 && distances != nullptr) ? distances[found - 1] : 0.0;
   }
 
+  // Asks for what a search of the cell reads first: its child table, or its entity list.
   static void prefetch_below(const QORLunOctant &o) {
     if (o._Children != nullptr)
       __builtin_prefetch(o._Children);
@@ -162,6 +160,7 @@ struct NeighborSearch {
     const unsigned int n = leaf._NbEntities;
     if (n == 0 || capped()) return 0;
     const QORLunOctree &owner = *leaf._Tree;
+    const unsigned int *entities = leaf._Entities;
     double px[kFetch], py[kFetch], pz[kFetch], d2[kFetch];
     unsigned int number[kFetch];
     QORLunOctinfo info;
@@ -171,7 +170,7 @@ struct NeighborSearch {
       if (m > maxVisited - visited) m = maxVisited - visited;
       unsigned int got = 0;
       for (; got < m; ++got) {
-        info._Number = leaf._Entities[k + got];
+        info._Number = entities[k + got];
         status = owner.GetEntityInfo(info);
         if (status < 0) break;
         px[got] = info._X;
@@ -232,10 +231,6 @@ struct NeighborSearch {
 }  // namespace qkm::spatial
 
 using qkm::spatial::NeighborSearch;
-
-namespace {
-inline void prefetch_below(const QORLunOctant &o) { NeighborSearch::prefetch_below(o); }
-}  // namespace
 
 // ---------------------------------------------------------------- QORLunNeighborNode
 QORLunNeighborNode::QORLunNeighborNode() = default;

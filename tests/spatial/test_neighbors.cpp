@@ -249,6 +249,35 @@ TEST(NeighborTree, FailureDuringAQueryClearsItAndKeepsTheTree) {
   }
 }
 
+TEST(NeighborTree, LeafScanStopsAtTheFailingEntityWithThoseBeforeItTaken) {
+  // One leaf of 300 entities (depth limit 1); the list is set up by hand and the leaf scanned
+  // directly, with the application failing at the n-th entity.
+  const auto xyz = qkm_test::random_points(300, 4);
+  Tree t(xyz);
+  ASSERT_EQ(t.build(300, 8, 1e-9, 1), 0);
+  for (int n : {1, 64, 65, 130, 300}) {
+    SCOPED_TRACE(n);
+    unsigned int idx[5] = {};
+    double d[5] = {};
+    t._QueryX = 0.3, t._QueryY = 0.6, t._QueryZ = 0.5;
+    t._Distances = d, t._Indices = idx;
+    t._NbFound = t._NbVisited = 0;
+    t._NbWanted = 5, t._MaxVisited = 1000, t._KeepCoincident = 1;
+    t.info_calls = 0;
+    t.fail_info_at = n;
+    const auto *leaf = static_cast<const QORLunNeighborNode *>(t._Root);
+    EXPECT_EQ(leaf->CollectNeighbors(), -7);
+    EXPECT_EQ(t._NbVisited, static_cast<unsigned int>(n - 1));
+    // The list holds the nearest among the entities before the failing one.
+    const std::vector<double> before(xyz.begin(), xyz.begin() + 3 * (n - 1));
+    const auto exact = qkm_test::exact_knn(before, 0.3, 0.6, 0.5, 5, true);
+    ASSERT_EQ(t._NbFound, exact.size());
+    for (std::size_t i = 0; i < exact.size(); ++i) EXPECT_EQ(idx[i], exact[i].second);
+  }
+  t.fail_info_at = 0;
+  t.Reset();
+}
+
 }  // namespace
 
 namespace {
@@ -284,6 +313,7 @@ TEST(NeighborTree, QueryBatchesGiveTheRecordedResults) {
     double approximation;
     unsigned char keep;
     unsigned long long digest;
+    unsigned int maxDepth = 30;
   };
   const Case cases[] = {
       {"random, exact", false, 16, 8, 1u << 30, 0.0, 1, 0xf406681f2629f135ull},
@@ -292,6 +322,9 @@ TEST(NeighborTree, QueryBatchesGiveTheRecordedResults) {
       {"grid, exact, ties", true, 64, 8, 1u << 30, 0.0, 1, 0x57d58c9370a162aaull},
       {"grid, no coincident", true, 4, 27, 1u << 30, 0.0, 0, 0xea1def9ba91f0f71ull},
       {"grid, capped", true, 32, 6, 40, 0.5, 1, 0xfaf9c63d3e9d5bd3ull},
+      // Depth 1: a single leaf of every entity, scanned in many groups, capped inside one.
+      {"one leaf, capped", false, 8, 12, 150, 0.0, 0, 0x9937e9e395b564a2ull, 1},
+      {"one grid leaf", true, 8, 5, 1u << 30, 0.0, 1, 0x0af3f9fac07b81bbull, 1},
   };
   const auto random = qkm_test::random_points(30000, 5);
   const auto grid = grid_points(26);
@@ -302,7 +335,7 @@ TEST(NeighborTree, QueryBatchesGiveTheRecordedResults) {
     const std::vector<double> &xyz = c.grid ? grid : random;
     const double scale = c.grid ? 1.0 : 1.0 / 25.0;
     Tree t(xyz);
-    ASSERT_EQ(t.build(static_cast<unsigned int>(xyz.size() / 3), c.capacity, 1e-9, 30), 0);
+    ASSERT_EQ(t.build(static_cast<unsigned int>(xyz.size() / 3), c.capacity, 1e-9, c.maxDepth), 0);
     Digest dg;
     std::vector<unsigned int> idx(c.k);
     std::vector<double> d(c.k);
