@@ -154,8 +154,9 @@ struct NeighborSearch {
 
   // Examines the entities of a leaf: fetched in groups through GetEntityInfo, in stored
   // order and never past the cap, then their squared distances summed as dz² + (dy² + dx²)
-  // and offered to the list in the same order.
-  int collect(const QORLunOctant &leaf) {
+  // and offered to the list in the same order. Kept out of line: its group buffers must not
+  // land in every frame of the recursive descent.
+  __attribute__((noinline)) int collect(const QORLunOctant &leaf) {
     if (leaf._Tree == nullptr) return kUnexpected;
     const unsigned int n = leaf._NbEntities;
     if (n == 0 || capped()) return 0;
