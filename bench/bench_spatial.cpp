@@ -42,7 +42,7 @@ struct Cloud {
 using KdTree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, Cloud>,
                                                    Cloud, 3, uint32_t>;
 
-class CloudTree : public QORLunNeighborTree {
+class CloudTree final : public QORLunNeighborTree {
  public:
   explicit CloudTree(const Cloud &c) : _Xyz(c.xyz.data()), _N(static_cast<unsigned>(c.size())) {}
   int GetEntityInfo(QORLunOctinfo &info) const override {

@@ -17,6 +17,12 @@ class QORLunOctant;
 class QORLunNeighborTree;
 class QORLunNeighborNode;
 
+// The k-nearest search's inner loops, inside the library (not exported): they read the
+// fields of the tree and its cells directly.
+namespace qkm::spatial {
+struct NeighborSearch;
+}
+
 // One point and one number; `_Number` is an entity index, a level or a child index, and the
 // point may stand for three half sizes, depending on the use.
 class __attribute__((visibility("default"))) QORLunOctinfo {
@@ -59,6 +65,7 @@ class __attribute__((visibility("default"))) QORLunOctant {
 
  protected:
   friend class QORLunOctree;
+  friend struct qkm::spatial::NeighborSearch;
   double _X;
   double _Y;
   double _Z;
@@ -102,6 +109,7 @@ class __attribute__((visibility("default"))) QORLunOctree {
 
  protected:
   friend class QORLunOctant;
+  friend struct qkm::spatial::NeighborSearch;
   double _SizeX;
   double _SizeY;
   double _SizeZ;
@@ -158,6 +166,7 @@ class __attribute__((visibility("default"))) QORLunNeighborTree : public QORLunO
 
  protected:
   friend class QORLunNeighborNode;
+  friend struct qkm::spatial::NeighborSearch;
   double _QueryX;
   double _QueryY;
   double _QueryZ;

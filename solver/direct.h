@@ -15,7 +15,12 @@ struct DirectReport {
   long long factor_entries = 0;
   double work = 0.0;        // the elimination's own work measure (work1 of easlff_nt)
   double min_ratio = 0.0;   // smallest pivot / initial diagonal
-  int status = 0;           // 0, or the ierr of the refused pivot
+  int status = 0;           // 0; the ierr (6 or 34) of the refused pivot; a METIS status
+                            // (negative) when the ordering failed; -2 inconsistent input;
+                            // -3 memory ran out; -4 a front too large for the elimination
+  int equation = 0;         // equation number (from 1) of the refused pivot
+  double ordering_seconds = 0.0;  // METIS and the symbolic analysis
+  double factor_seconds = 0.0;    // the numeric elimination
 };
 
 class DirectSolver {

@@ -12,20 +12,28 @@ class QORKytMemoryManager;
 
 namespace qks {
 
-// eaupnn then eaunln over the elements of the mesh.
+// eaupnn then eaunln over the elements of the mesh; their scratch arrays are one group of
+// `memory`, released before returning. aptr is empty when memory ran out.
 NodalGraph nodal_graph(const Mesh &mesh, QORKytMemoryManager &memory);
 
 // The pattern of the stiffness matrix over the free unknowns: in each row the unknowns of
 // the row's own node and of its graph neighbours whose equation number is smaller, ascending,
-// then the diagonal. Values zero.
+// then the diagonal. Values zero. Empty (n = 0) when the graph is.
 SymMatrix matrix_pattern(const Mesh &mesh, const NodalGraph &graph, const Dofs &dofs);
 
 // Adds the element stiffness (and, when mass is given, the consistent mass, on the same
-// pattern) of every element into the zeroed values. Work arrays come from `memory` in one
-// group released before returning. Returns 0, or non-zero when an element is inverted
-// (non-positive Jacobian) or memory ran out.
+// pattern: a mass of another pattern is given the stiffness's, zeroed) of every element into
+// the zeroed values. Hexahedra are the incompatible-modes element (nine internal bubble modes
+// condensed per element), tetrahedra the constant-strain one. Work arrays come from `memory`
+// in one group released before returning. Returns 0, or non-zero when an element is inverted
+// (non-positive Jacobian: 1), memory ran out (2) or the pattern lacks an entry (3).
 int assemble(const Mesh &mesh, const Material &mat, const Dofs &dofs, SymMatrix &stiffness,
              SymMatrix *mass, QORKytMemoryManager &memory);
+
+// The stiffness of element e alone, condensed to its nodal unknowns: nd x nd by rows
+// (nd = 3 x nodes of the element, unknown 3a + c for component c of node a). Empty when the
+// element is inverted.
+std::vector<double> element_stiffness(const Mesh &mesh, const Material &mat, qkm_int e);
 
 // The four load cases of the sample solve, as 4 vectors of dofs.count, one after the other:
 // 0: force `tip` (N) in y spread over the nodes of the face of largest x, consistently;
@@ -44,7 +52,8 @@ std::vector<double> load_cases(const Mesh &mesh, const Material &mat, const Dofs
 std::vector<double> nodal_field(const Mesh &mesh, const Dofs &dofs, const double *x);
 
 // Von Mises stress per node: element stresses at the Gauss points averaged over the
-// elements around each node. `u` is a nodal field (3 per node).
+// elements around each node (a corner takes the Gauss point in its octant; the tensors are
+// averaged, then the von Mises stress is taken). `u` is a nodal field (3 per node).
 std::vector<double> von_mises(const Mesh &mesh, const Material &mat, const std::vector<double> &u);
 
 }  // namespace qks

@@ -19,10 +19,13 @@ struct ModalOptions {
 };
 
 struct ModalReport {
+  std::vector<double> eigenvalue; // omega^2 (rad2/s2), ascending, `modes` of them
   std::vector<double> frequency;  // Hz, ascending, `modes` of them
   std::vector<double> vectors;    // n x modes, mass-normalised
   int iterations = 0;
   bool converged = false;
+  int status = 0;                 // 0; 1 when the projected mass lost definiteness or the
+                                  // small eigenproblem failed (the last good estimates stay)
 };
 
 // solve(b, nrhs) overwrites the nrhs vectors b (n each) with K^-1 b.

@@ -13,9 +13,12 @@ namespace qks {
 bool write_vtu(const std::string &path, const Mesh &mesh, const std::vector<double> &displacement,
                const std::vector<double> &von_mises, std::string &error);
 
+// The picture's size by default, in pixels.
+constexpr int kPictureWidth = 1200, kPictureHeight = 700;
+
 // A PNG of the deformed mesh (displacements magnified by `scale`, 0 for automatic) seen in
 // perspective, its outer faces coloured by displacement magnitude, with a colour bar, units
-// and a title. Drawn with Cairo.
+// and a title. Drawn with Cairo. Coordinates and displacements in metres; |u| shown in mm.
 bool write_png(const std::string &path, const Mesh &mesh, const std::vector<double> &displacement,
                double scale, const std::string &title, int width, int height, std::string &error);
 

@@ -1,7 +1,9 @@
 // The k-nearest search: the sorted list, the cell measure, the query's limits, an exact oracle.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -244,6 +246,113 @@ TEST(NeighborTree, FailureDuringAQueryClearsItAndKeepsTheTree) {
     t.fail_info_at = 0;
     ASSERT_EQ(t.GetNeighbors(0.5, 0.5, 0.5, 6, found, idx, d, 0.0, 400, 0), 0);
     EXPECT_EQ(std::vector<unsigned int>(idx, idx + 6), std::vector<unsigned int>(first, first + 6));
+  }
+}
+
+TEST(NeighborTree, LeafScanStopsAtTheFailingEntityWithThoseBeforeItTaken) {
+  // One leaf of 300 entities (depth limit 1); the list is set up by hand and the leaf scanned
+  // directly, with the application failing at the n-th entity.
+  const auto xyz = qkm_test::random_points(300, 4);
+  Tree t(xyz);
+  ASSERT_EQ(t.build(300, 8, 1e-9, 1), 0);
+  for (int n : {1, 64, 65, 130, 300}) {
+    SCOPED_TRACE(n);
+    unsigned int idx[5] = {};
+    double d[5] = {};
+    t._QueryX = 0.3, t._QueryY = 0.6, t._QueryZ = 0.5;
+    t._Distances = d, t._Indices = idx;
+    t._NbFound = t._NbVisited = 0;
+    t._NbWanted = 5, t._MaxVisited = 1000, t._KeepCoincident = 1;
+    t.info_calls = 0;
+    t.fail_info_at = n;
+    const auto *leaf = static_cast<const QORLunNeighborNode *>(t._Root);
+    EXPECT_EQ(leaf->CollectNeighbors(), -7);
+    EXPECT_EQ(t._NbVisited, static_cast<unsigned int>(n - 1));
+    // The list holds the nearest among the entities before the failing one.
+    const std::vector<double> before(xyz.begin(), xyz.begin() + 3 * (n - 1));
+    const auto exact = qkm_test::exact_knn(before, 0.3, 0.6, 0.5, 5, true);
+    ASSERT_EQ(t._NbFound, exact.size());
+    for (std::size_t i = 0; i < exact.size(); ++i) EXPECT_EQ(idx[i], exact[i].second);
+  }
+  t.fail_info_at = 0;
+  t.Reset();
+}
+
+}  // namespace
+
+namespace {
+
+// FNV-1a over raw bytes: a digest of a batch of query results.
+struct Digest {
+  unsigned long long h = 14695981039346656037ull;
+  template <class T>
+  void add(const T &v) {
+    unsigned char b[sizeof(T)];
+    std::memcpy(b, &v, sizeof(T));
+    for (unsigned char c : b) h = (h ^ c) * 1099511628211ull;
+  }
+};
+
+// Grid nodes (many ties in distance) and random points (none).
+std::vector<double> grid_points(int n) {
+  std::vector<double> xyz;
+  for (int k = 0; k < n; ++k)
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i < n; ++i) xyz.insert(xyz.end(), {double(i), double(j), double(k)});
+  return xyz;
+}
+
+// The complete results (count, order, indices, distance bits, status) of query batches over
+// the settings that steer the search, against digests taken from the reference search: any
+// change to the visiting order, the cell measure, the caps or the list shows.
+TEST(NeighborTree, QueryBatchesGiveTheRecordedResults) {
+  struct Case {
+    const char *name;
+    bool grid;
+    unsigned int capacity, k, maxVisited;
+    double approximation;
+    unsigned char keep;
+    unsigned long long digest;
+    unsigned int maxDepth = 30;
+  };
+  const Case cases[] = {
+      {"random, exact", false, 16, 8, 1u << 30, 0.0, 1, 0xf406681f2629f135ull},
+      {"random, approximate", false, 64, 8, 1u << 30, 0.5, 1, 0x6af8f17d778b9639ull},
+      {"random, capped, k 20", false, 8, 20, 50, 0.1, 0, 0x0dd1199a5583d5d6ull},
+      {"grid, exact, ties", true, 64, 8, 1u << 30, 0.0, 1, 0x57d58c9370a162aaull},
+      {"grid, no coincident", true, 4, 27, 1u << 30, 0.0, 0, 0xea1def9ba91f0f71ull},
+      {"grid, capped", true, 32, 6, 40, 0.5, 1, 0xfaf9c63d3e9d5bd3ull},
+      // Depth 1: a single leaf of every entity, scanned in many groups, capped inside one.
+      {"one leaf, capped", false, 8, 12, 150, 0.0, 0, 0x9937e9e395b564a2ull, 1},
+      {"one grid leaf", true, 8, 5, 1u << 30, 0.0, 1, 0x0af3f9fac07b81bbull, 1},
+  };
+  const auto random = qkm_test::random_points(30000, 5);
+  const auto grid = grid_points(26);
+  auto queries = qkm_test::random_points(2000, 6, 25.0);
+  for (std::size_t i = 0; i < 600; ++i) queries[i] = std::floor(queries[i]);  // on grid nodes
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::vector<double> &xyz = c.grid ? grid : random;
+    const double scale = c.grid ? 1.0 : 1.0 / 25.0;
+    Tree t(xyz);
+    ASSERT_EQ(t.build(static_cast<unsigned int>(xyz.size() / 3), c.capacity, 1e-9, c.maxDepth), 0);
+    Digest dg;
+    std::vector<unsigned int> idx(c.k);
+    std::vector<double> d(c.k);
+    for (std::size_t q = 0; q < queries.size(); q += 3) {
+      unsigned int found = 0;
+      const int calls = t.info_calls;
+      const int status = t.GetNeighbors(queries[q] * scale, queries[q + 1] * scale,
+                                        queries[q + 2] * scale, c.k, found, idx.data(),
+                                        d.data(), c.approximation, c.maxVisited, c.keep);
+      dg.add(status);
+      dg.add(found);
+      dg.add(t._NbVisited);
+      dg.add(t.info_calls - calls);
+      for (unsigned int i = 0; i < found; ++i) dg.add(idx[i]), dg.add(d[i]);
+    }
+    std::printf("[ digest   ] %-22s 0x%016llxull\n", c.name, dg.h);
+    EXPECT_EQ(dg.h, c.digest);
   }
 }
 

@@ -74,6 +74,8 @@ class PointNeighborTree : public PointTree<QORLunNeighborTree> {
   using QORLunNeighborTree::_Distances;
   using QORLunNeighborTree::_Factor;
   using QORLunNeighborTree::_Indices;
+  using QORLunNeighborTree::_KeepCoincident;
+  using QORLunNeighborTree::_MaxVisited;
   using QORLunNeighborTree::_NbFound;
   using QORLunNeighborTree::_NbVisited;
   using QORLunNeighborTree::_NbWanted;
