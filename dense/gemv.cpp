@@ -157,7 +157,24 @@ QKM_INLINE double combine8(v8d e) {
   return ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
 }
 
-// Columns j0 .. j0+G-1 down all rows.
+// combine8 of eight columns at once, column c in lane c: the same additions, lane by lane,
+// with the lanes brought together by shuffles instead of one by one.
+QKM_INLINE v8d combine8x8(const v8d *e) {
+  // [e0+e2, e1+e3, e4+e6, e5+e7] of two columns.
+  v8d f[4], h[2];
+  for (int q = 0; q < 4; ++q)
+    f[q] = __builtin_shufflevector(e[2 * q], e[2 * q + 1], 0, 1, 4, 5, 8, 9, 12, 13) +
+           __builtin_shufflevector(e[2 * q], e[2 * q + 1], 2, 3, 6, 7, 10, 11, 14, 15);
+  // [(e0+e2)+(e4+e6), (e1+e3)+(e5+e7)] of four columns.
+  for (int q = 0; q < 2; ++q)
+    h[q] = __builtin_shufflevector(f[2 * q], f[2 * q + 1], 0, 1, 4, 5, 8, 9, 12, 13) +
+           __builtin_shufflevector(f[2 * q], f[2 * q + 1], 2, 3, 6, 7, 10, 11, 14, 15);
+  return __builtin_shufflevector(h[0], h[1], 0, 2, 4, 6, 8, 10, 12, 14) +
+         __builtin_shufflevector(h[0], h[1], 1, 3, 5, 7, 9, 11, 13, 15);
+}
+
+// Columns j0 .. j0+G-1 down all rows, reading x where it lies (stride 0 for y: every group
+// must see the writes of the one before).
 template <int G>
 QKM_INLINE void t_group(const TArgs &g, int64_t j0) {
   double s[G];
@@ -186,6 +203,79 @@ QKM_INLINE void t_group(const TArgs &g, int64_t j0) {
   }
 }
 
+// The same sums over terms t(i) = alpha*x(i) (or x(i)) formed once in a contiguous buffer
+// rather than once per group. Rows go in chunks of t_chunk (whole rounds of 8, so a chunk
+// boundary never falls inside a round) and columns in blocks of t_cols; the eight partial
+// sums of each column of a block wait in e between chunks. Each partial sees the same terms
+// in the same order as in t_group, so the bits are those of t_group.
+constexpr int64_t t_chunk = 512, t_cols = 64;
+
+struct TBlock {
+  v8d e[t_cols];     // partial sums of the whole rounds
+  double s[t_cols];  // start value, then the column sum
+};
+
+// Columns c0 .. c0+G-1 of the block, rounds [0, kr) of the chunk at row r0, terms t.
+template <int G>
+QKM_INLINE void t_chunk_group(const TArgs &g, TBlock &b, const double *col, int c0, int64_t r0,
+                              int64_t kr, const double *t) {
+  v8d e[G];
+  for (int c = 0; c < G; ++c) e[c] = b.e[c0 + c];
+  const double *p = col + c0 * g.lda + r0;
+  for (int64_t k = 0; k < kr; ++k) {
+    const v8d tv = load8(t + 8 * k);
+    for (int c = 0; c < G; ++c) e[c] = e[c] + load8(p + c * g.lda + 8 * k) * tv;
+  }
+  for (int c = 0; c < G; ++c) b.e[c0 + c] = e[c];
+}
+
+template <int G>
+QKM_INLINE void t_buffered(const TArgs &g) {
+  const int64_t rounds = g.m >= 8 ? g.m / 8 : 0;
+  double buf[t_chunk];
+  for (int64_t j0 = 0; j0 < g.cols; j0 += t_cols) {
+    const int nb = int(g.cols - j0 < t_cols ? g.cols - j0 : t_cols);
+    const double *col = g.a + j0 * g.lda;
+    TBlock b;
+    for (int c = 0; c < nb; ++c) {
+      b.s[c] = g.add_to_y ? 0.0 : g.beta * g.y[(j0 + c) * g.incy];
+      b.e[c] = v8d{};
+      b.e[c][0] = b.s[c];
+    }
+    for (int64_t r0 = 0; r0 < g.m; r0 += t_chunk) {
+      const int64_t len = g.m - r0 < t_chunk ? g.m - r0 : t_chunk;
+      const double *t = buf;
+      if (!g.scale_x && g.incx == 1) {
+        t = g.x + r0;
+      } else {
+        const double *xs = g.x + r0 * g.incx;
+        for (int64_t i = 0; i < len; ++i) buf[i] = g.scale_x ? g.alpha * xs[i * g.incx] : xs[i * g.incx];
+      }
+      const int64_t kr = (8 * rounds - r0 < len ? 8 * rounds - r0 : len) / 8;
+      int c = 0;
+      for (; c + G <= nb; c += G) t_chunk_group<G>(g, b, col, c, r0, kr, t);
+      for (; c < nb; ++c) t_chunk_group<1>(g, b, col, c, r0, kr, t);
+      if (r0 + len < g.m) continue;
+      // Last chunk: combine the partials, then the rows after the whole rounds one by one.
+      int cc = 0;
+      if (rounds > 0) {
+        for (; cc + 8 <= nb; cc += 8) store8(b.s + cc, combine8x8(b.e + cc));
+        for (int c1 = cc; c1 < nb; ++c1) b.s[c1] = combine8(b.e[c1]);
+      }
+      for (cc = 0; cc < nb; ++cc) {
+        double sc = b.s[cc];
+        const double *cp = col + cc * g.lda;
+        for (int64_t i = 8 * rounds; i < g.m; ++i) sc = sc + cp[i] * t[i - r0];
+        b.s[cc] = sc;
+      }
+    }
+    for (int c = 0; c < nb; ++c) {
+      double &yj = g.y[(j0 + c) * g.incy];
+      yj = g.add_to_y ? yj + g.alpha * b.s[c] : b.s[c];
+    }
+  }
+}
+
 template <int L>
 QKM_INLINE void t_run_body(const TArgs &g) {
   int64_t j = 0;
@@ -197,9 +287,7 @@ QKM_INLINE void t_run_body(const TArgs &g) {
     });
     return;
   }
-  constexpr int G = qkm::simd::Traits<L>::width;
-  for (; j + G <= g.cols; j += G) t_group<G>(g, j);
-  for (; j < g.cols; ++j) t_group<1>(g, j);
+  t_buffered<qkm::simd::Traits<L>::width>(g);
 }
 QKM_VARIANTS(void, t_run, (const TArgs &g), (g))
 
