@@ -206,9 +206,10 @@ QKM_INLINE void t_group(const TArgs &g, int64_t j0) {
 // The same sums over terms t(i) = alpha*x(i) (or x(i)) formed once in a contiguous buffer
 // rather than once per group. Rows go in chunks of t_chunk (whole rounds of 8, so a chunk
 // boundary never falls inside a round) and columns in blocks of t_cols; the eight partial
-// sums of each column of a block wait in e between chunks. Each partial sees the same terms
+// sums of each column of a block (e0 = the start value, the others +0.0 in the first chunk)
+// wait in e between chunks. Each partial sees the same terms
 // in the same order as in t_group, so the bits are those of t_group.
-constexpr int64_t t_chunk = 512, t_cols = 64;
+constexpr int64_t t_chunk = 2048, t_cols = 64;
 
 struct TBlock {
   v8d e[t_cols];     // partial sums of the whole rounds
@@ -220,7 +221,8 @@ template <int G>
 QKM_INLINE void t_chunk_group(const TArgs &g, TBlock &b, const double *col, int c0, int64_t r0,
                               int64_t kr, const double *t) {
   v8d e[G];
-  for (int c = 0; c < G; ++c) e[c] = b.e[c0 + c];
+  for (int c = 0; c < G; ++c)
+    e[c] = r0 == 0 ? v8d{b.s[c0 + c], 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0} : b.e[c0 + c];
   const double *p = col + c0 * g.lda + r0;
   for (int64_t k = 0; k < kr; ++k) {
     const v8d tv = load8(t + 8 * k);
@@ -237,39 +239,47 @@ QKM_INLINE void t_buffered(const TArgs &g) {
     const int nb = int(g.cols - j0 < t_cols ? g.cols - j0 : t_cols);
     const double *col = g.a + j0 * g.lda;
     TBlock b;
-    for (int c = 0; c < nb; ++c) {
-      b.s[c] = g.add_to_y ? 0.0 : g.beta * g.y[(j0 + c) * g.incy];
-      b.e[c] = v8d{};
-      b.e[c][0] = b.s[c];
-    }
+    // The start values and, at the end, the stores of y, eight columns at a time where they
+    // fill a vector: the same statements lane by lane.
+    const v8d va = splat8(g.alpha), vb = splat8(g.beta);
+    int c = 0;
+    for (; c + 8 <= nb; c += 8)
+      store8(b.s + c, g.add_to_y ? v8d{} : vb * load8s(g.y + (j0 + c) * g.incy, g.incy));
+    for (; c < nb; ++c) b.s[c] = g.add_to_y ? 0.0 : g.beta * g.y[(j0 + c) * g.incy];
     for (int64_t r0 = 0; r0 < g.m; r0 += t_chunk) {
       const int64_t len = g.m - r0 < t_chunk ? g.m - r0 : t_chunk;
       const double *t = buf;
-      if (!g.scale_x && g.incx == 1) {
-        t = g.x + r0;
-      } else {
-        const double *xs = g.x + r0 * g.incx;
-        for (int64_t i = 0; i < len; ++i) buf[i] = g.scale_x ? g.alpha * xs[i * g.incx] : xs[i * g.incx];
-      }
+      const double *xs = g.x + r0 * g.incx;
+      if (!g.scale_x && g.incx == 1)
+        t = xs;
+      else if (g.scale_x)
+        for (int64_t i = 0; i < len; ++i) buf[i] = g.alpha * xs[i * g.incx];
+      else
+        for (int64_t i = 0; i < len; ++i) buf[i] = xs[i * g.incx];
       const int64_t kr = (8 * rounds - r0 < len ? 8 * rounds - r0 : len) / 8;
-      int c = 0;
-      for (; c + G <= nb; c += G) t_chunk_group<G>(g, b, col, c, r0, kr, t);
+      for (c = 0; c + G <= nb; c += G) t_chunk_group<G>(g, b, col, c, r0, kr, t);
       for (; c < nb; ++c) t_chunk_group<1>(g, b, col, c, r0, kr, t);
-      if (r0 + len < g.m) continue;
-      // Last chunk: combine the partials, then the rows after the whole rounds one by one.
-      int cc = 0;
-      if (rounds > 0) {
-        for (; cc + 8 <= nb; cc += 8) store8(b.s + cc, combine8x8(b.e + cc));
-        for (int c1 = cc; c1 < nb; ++c1) b.s[c1] = combine8(b.e[c1]);
-      }
-      for (cc = 0; cc < nb; ++cc) {
-        double sc = b.s[cc];
-        const double *cp = col + cc * g.lda;
-        for (int64_t i = 8 * rounds; i < g.m; ++i) sc = sc + cp[i] * t[i - r0];
-        b.s[cc] = sc;
+    }
+    // Combine the partials, then add the rows after the whole rounds one by one (they lie in
+    // the last chunk, whose terms are still in t).
+    if (rounds > 0) {
+      for (c = 0; c + 8 <= nb; c += 8) store8(b.s + c, combine8x8(b.e + c));
+      for (; c < nb; ++c) b.s[c] = combine8(b.e[c]);
+    }
+    if (8 * rounds < g.m) {
+      const int64_t r0 = (g.m - 1) / t_chunk * t_chunk;
+      const double *t = !g.scale_x && g.incx == 1 ? g.x + r0 : buf;
+      for (c = 0; c < nb; ++c) {
+        const double *cp = col + c * g.lda;
+        for (int64_t i = 8 * rounds; i < g.m; ++i) b.s[c] = b.s[c] + cp[i] * t[i - r0];
       }
     }
-    for (int c = 0; c < nb; ++c) {
+    for (c = 0; c + 8 <= nb; c += 8) {
+      double *yc = g.y + (j0 + c) * g.incy;
+      const v8d sv = load8(b.s + c);
+      store8s(yc, g.incy, g.add_to_y ? load8s(yc, g.incy) + va * sv : sv);
+    }
+    for (; c < nb; ++c) {
       double &yj = g.y[(j0 + c) * g.incy];
       yj = g.add_to_y ? yj + g.alpha * b.s[c] : b.s[c];
     }
@@ -287,7 +297,14 @@ QKM_INLINE void t_run_body(const TArgs &g) {
     });
     return;
   }
-  t_buffered<qkm::simd::Traits<L>::width>(g);
+  // Columns that fit one chunk go one at a time, each read from end to end as a single
+  // stream (the faster order in cache and from memory alike); longer ones, which come back
+  // once per chunk, go by the vector's width of columns, so that each return reads that many
+  // streams side by side.
+  if (g.m <= t_chunk)
+    t_buffered<1>(g);
+  else
+    t_buffered<qkm::simd::Traits<L>::width>(g);
 }
 QKM_VARIANTS(void, t_run, (const TArgs &g), (g))
 
