@@ -14,6 +14,8 @@
 //    added to v one by one; otherwise eight partial sums e0..e7 (e0 = v, the others +0.0, row
 //    8k+r into er) run over the whole rounds of 8 rows and are combined as
 //    ((e0+e2)+(e4+e6))+((e1+e3)+(e5+e7)), and the last m mod 8 terms are added one by one.
+//    The terms t(i) are formed once per chunk of rows into a buffer on the stack (x is read
+//    once per chunk, not once per group); a is read where it lies.
 //  - Unit-stride form of dgemv32_t: no split, the prescribed order for every column, the odd
 //    last one too: s = beta*y(j), then s = s + alpha*t for each four-term sum
 //    t = ((a(i)x(i) + a(i+1)x(i+1)) + a(i+2)x(i+2)) + a(i+3)x(i+3), rows in ascending order.
