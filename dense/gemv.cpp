@@ -14,6 +14,8 @@
 //    added to v one by one; otherwise eight partial sums e0..e7 (e0 = v, the others +0.0, row
 //    8k+r into er) run over the whole rounds of 8 rows and are combined as
 //    ((e0+e2)+(e4+e6))+((e1+e3)+(e5+e7)), and the last m mod 8 terms are added one by one.
+//    The terms t(i) are formed once per chunk of rows into a buffer on the stack (x is read
+//    once per chunk, not once per group); a is read where it lies.
 //  - Unit-stride form of dgemv32_t: no split, the prescribed order for every column, the odd
 //    last one too: s = beta*y(j), then s = s + alpha*t for each four-term sum
 //    t = ((a(i)x(i) + a(i+1)x(i+1)) + a(i+2)x(i+2)) + a(i+3)x(i+3), rows in ascending order.
@@ -157,7 +159,24 @@ QKM_INLINE double combine8(v8d e) {
   return ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
 }
 
-// Columns j0 .. j0+G-1 down all rows.
+// combine8 of eight columns at once, column c in lane c: the same additions, lane by lane,
+// with the lanes brought together by shuffles instead of one by one.
+QKM_INLINE v8d combine8x8(const v8d *e) {
+  // [e0+e2, e1+e3, e4+e6, e5+e7] of two columns.
+  v8d f[4], h[2];
+  for (int q = 0; q < 4; ++q)
+    f[q] = __builtin_shufflevector(e[2 * q], e[2 * q + 1], 0, 1, 4, 5, 8, 9, 12, 13) +
+           __builtin_shufflevector(e[2 * q], e[2 * q + 1], 2, 3, 6, 7, 10, 11, 14, 15);
+  // [(e0+e2)+(e4+e6), (e1+e3)+(e5+e7)] of four columns.
+  for (int q = 0; q < 2; ++q)
+    h[q] = __builtin_shufflevector(f[2 * q], f[2 * q + 1], 0, 1, 4, 5, 8, 9, 12, 13) +
+           __builtin_shufflevector(f[2 * q], f[2 * q + 1], 2, 3, 6, 7, 10, 11, 14, 15);
+  return __builtin_shufflevector(h[0], h[1], 0, 2, 4, 6, 8, 10, 12, 14) +
+         __builtin_shufflevector(h[0], h[1], 1, 3, 5, 7, 9, 11, 13, 15);
+}
+
+// Columns j0 .. j0+G-1 down all rows, reading x where it lies (stride 0 for y: every group
+// must see the writes of the one before).
 template <int G>
 QKM_INLINE void t_group(const TArgs &g, int64_t j0) {
   double s[G];
@@ -186,6 +205,89 @@ QKM_INLINE void t_group(const TArgs &g, int64_t j0) {
   }
 }
 
+// The same sums over terms t(i) = alpha*x(i) (or x(i)) formed once in a contiguous buffer
+// rather than once per group. Rows go in chunks of t_chunk (whole rounds of 8, so a chunk
+// boundary never falls inside a round) and columns in blocks of t_cols; the eight partial
+// sums of each column of a block (e0 = the start value, the others +0.0 in the first chunk)
+// wait in e between chunks. Each partial sees the same terms
+// in the same order as in t_group, so the bits are those of t_group.
+constexpr int64_t t_chunk = 2048, t_cols = 64;
+
+struct TBlock {
+  v8d e[t_cols];     // partial sums of the whole rounds
+  double s[t_cols];  // start value, then the column sum
+};
+
+// Columns c0 .. c0+G-1 of the block, rounds [0, kr) of the chunk at row r0, terms t.
+template <int G>
+QKM_INLINE void t_chunk_group(const TArgs &g, TBlock &b, const double *col, int c0, int64_t r0,
+                              int64_t kr, const double *t) {
+  v8d e[G];
+  for (int c = 0; c < G; ++c)
+    e[c] = r0 == 0 ? v8d{b.s[c0 + c], 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0} : b.e[c0 + c];
+  const double *p = col + c0 * g.lda + r0;
+  for (int64_t k = 0; k < kr; ++k) {
+    const v8d tv = load8(t + 8 * k);
+    for (int c = 0; c < G; ++c) e[c] = e[c] + load8(p + c * g.lda + 8 * k) * tv;
+  }
+  for (int c = 0; c < G; ++c) b.e[c0 + c] = e[c];
+}
+
+template <int G>
+QKM_INLINE void t_buffered(const TArgs &g) {
+  const int64_t rounds = g.m >= 8 ? g.m / 8 : 0;
+  double buf[t_chunk];
+  for (int64_t j0 = 0; j0 < g.cols; j0 += t_cols) {
+    const int nb = int(g.cols - j0 < t_cols ? g.cols - j0 : t_cols);
+    const double *col = g.a + j0 * g.lda;
+    TBlock b;
+    // The start values and, at the end, the stores of y, eight columns at a time where they
+    // fill a vector: the same statements lane by lane.
+    const v8d va = splat8(g.alpha), vb = splat8(g.beta);
+    int c = 0;
+    for (; c + 8 <= nb; c += 8)
+      store8(b.s + c, g.add_to_y ? v8d{} : vb * load8s(g.y + (j0 + c) * g.incy, g.incy));
+    for (; c < nb; ++c) b.s[c] = g.add_to_y ? 0.0 : g.beta * g.y[(j0 + c) * g.incy];
+    for (int64_t r0 = 0; r0 < g.m; r0 += t_chunk) {
+      const int64_t len = g.m - r0 < t_chunk ? g.m - r0 : t_chunk;
+      const double *t = buf;
+      const double *xs = g.x + r0 * g.incx;
+      if (!g.scale_x && g.incx == 1)
+        t = xs;
+      else if (g.scale_x)
+        for (int64_t i = 0; i < len; ++i) buf[i] = g.alpha * xs[i * g.incx];
+      else
+        for (int64_t i = 0; i < len; ++i) buf[i] = xs[i * g.incx];
+      const int64_t kr = (8 * rounds - r0 < len ? 8 * rounds - r0 : len) / 8;
+      for (c = 0; c + G <= nb; c += G) t_chunk_group<G>(g, b, col, c, r0, kr, t);
+      for (; c < nb; ++c) t_chunk_group<1>(g, b, col, c, r0, kr, t);
+    }
+    // Combine the partials, then add the rows after the whole rounds one by one (they lie in
+    // the last chunk, whose terms are still in t).
+    if (rounds > 0) {
+      for (c = 0; c + 8 <= nb; c += 8) store8(b.s + c, combine8x8(b.e + c));
+      for (; c < nb; ++c) b.s[c] = combine8(b.e[c]);
+    }
+    if (8 * rounds < g.m) {
+      const int64_t r0 = (g.m - 1) / t_chunk * t_chunk;
+      const double *t = !g.scale_x && g.incx == 1 ? g.x + r0 : buf;
+      for (c = 0; c < nb; ++c) {
+        const double *cp = col + c * g.lda;
+        for (int64_t i = 8 * rounds; i < g.m; ++i) b.s[c] = b.s[c] + cp[i] * t[i - r0];
+      }
+    }
+    for (c = 0; c + 8 <= nb; c += 8) {
+      double *yc = g.y + (j0 + c) * g.incy;
+      const v8d sv = load8(b.s + c);
+      store8s(yc, g.incy, g.add_to_y ? load8s(yc, g.incy) + va * sv : sv);
+    }
+    for (; c < nb; ++c) {
+      double &yj = g.y[(j0 + c) * g.incy];
+      yj = g.add_to_y ? yj + g.alpha * b.s[c] : b.s[c];
+    }
+  }
+}
+
 template <int L>
 QKM_INLINE void t_run_body(const TArgs &g) {
   int64_t j = 0;
@@ -197,9 +299,14 @@ QKM_INLINE void t_run_body(const TArgs &g) {
     });
     return;
   }
-  constexpr int G = qkm::simd::Traits<L>::width;
-  for (; j + G <= g.cols; j += G) t_group<G>(g, j);
-  for (; j < g.cols; ++j) t_group<1>(g, j);
+  // Columns that fit one chunk go one at a time, each read from end to end as a single
+  // stream (the faster order in cache and from memory alike); longer ones, which come back
+  // once per chunk, go by the vector's width of columns, so that each return reads that many
+  // streams side by side.
+  if (g.m <= t_chunk)
+    t_buffered<1>(g);
+  else
+    t_buffered<qkm::simd::Traits<L>::width>(g);
 }
 QKM_VARIANTS(void, t_run, (const TArgs &g), (g))
 

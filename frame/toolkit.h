@@ -65,10 +65,18 @@ QKM_INLINE vec::v8d tail_round(Term &term, const double (*tail)[8], int off,
 // whose last round is incomplete reads the final eight elements (in bounds once the sum has
 // eight terms) and keeps only its own, with no padding copied and no lane written singly.
 QKM_INLINE vec::v8d last_lanes(vec::v8d v, int64_t r) {
-  // Through a zero-padded buffer: portable across compilers, and done once per sum.
-  double buf[16] = {};
-  vec::store8(buf, v);
-  return vec::load8(buf + (8 - r));
+  // In registers: a shuffle per count, chosen by a jump, rather than a trip through memory
+  // whose reload at an offset would wait for the store.
+  const vec::v8d z = {};
+  switch (r) {
+    case 1: return __builtin_shufflevector(v, z, 7, 8, 9, 10, 11, 12, 13, 14);
+    case 2: return __builtin_shufflevector(v, z, 6, 7, 8, 9, 10, 11, 12, 13);
+    case 3: return __builtin_shufflevector(v, z, 5, 6, 7, 8, 9, 10, 11, 12);
+    case 4: return __builtin_shufflevector(v, z, 4, 5, 6, 7, 8, 9, 10, 11);
+    case 5: return __builtin_shufflevector(v, z, 3, 4, 5, 6, 7, 8, 9, 10);
+    case 6: return __builtin_shufflevector(v, z, 2, 3, 4, 5, 6, 7, 8, 9);
+    default: return __builtin_shufflevector(v, z, 1, 2, 3, 4, 5, 6, 7, 8);
+  }
 }
 
 // ---- the fixed 32-partial split -----------------------------------------------------------

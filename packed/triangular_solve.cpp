@@ -102,7 +102,10 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
         sub_scaled(n - j, x[j - 1], col + 1, x + j);
       }
       break;
-    case UpperAt:
+    // The A^T paths keep the element solved last (prev) in a register for the term next to
+    // the diagonal: reloading it would put a store and a load on the chain of divisions.
+    case UpperAt: {
+      double prev = 0.0;
       for (int64_t j = 1; j <= n; ++j) {
         const double *col = ap + upper_col0(j);
         double t = x[j - 1];
@@ -110,13 +113,15 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
           for (int64_t i = 0; i < j - 1; ++i) t = t - col[i] * x[i];
         } else {
           t = t - unit_dot<L>(j - 2, col, x);
-          t = t - col[j - 2] * x[j - 2];
+          t = t - col[j - 2] * prev;
         }
         if (nounit) t = t / col[j - 1];
-        x[j - 1] = t;
+        x[j - 1] = prev = t;
       }
       break;
-    default:  // LowerAt
+    }
+    default: {  // LowerAt
+      double prev = 0.0;
       for (int64_t j = n; j >= 1; --j) {
         const double *col = ap + lower_col0(n, j);
         double t = x[j - 1];
@@ -124,12 +129,13 @@ QKM_INLINE void unit_solve_body(int path, int64_t n, const double *ap, double *x
           for (int64_t i = n - 1; i >= j; --i) t = t - col[i - j + 1] * x[i];
         } else {
           t = t - unit_dot<L>(n - j - 1, col + 2, x + j + 1);
-          t = t - col[1] * x[j];
+          t = t - col[1] * prev;
         }
         if (nounit) t = t / col[0];
-        x[j - 1] = t;
+        x[j - 1] = prev = t;
       }
       break;
+    }
   }
 }
 QKM_VARIANTS(void, unit_solve, (int path, int64_t n, const double *ap, double *x, bool nounit),

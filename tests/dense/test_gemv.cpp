@@ -256,6 +256,42 @@ TEST(Gemv, EachKernelAlonePerStrideAndAlignment) {
   }
 }
 
+// Columns longer than one chunk of terms: the partial sums carried from chunk to chunk, the
+// rows after the whole rounds in a last chunk of their own or not, blocks of 64 columns with
+// a ragged last block, through each transpose kernel, dgemvf and eagemv.
+TEST(Gemv, LongColumnsAcrossChunksAndColumnBlocks) {
+  const int rows[] = {2047, 2053, 4096 + 8, 4096 + 13};
+  const int cols[] = {1, 9, 68, 131};
+  const int strides[][2] = {{2, 1}, {-1, 3}, {1, 2}, {3, -2}};
+  for (int level : qkm_test::simd_levels()) {
+    qkm_test::SimdLevel use(level);
+    for (int m : rows)
+      for (int n : cols)
+        for (auto [ix, iy] : strides) {
+          Check r{m, n, ix, iy, m, n, (m + n) % 2};
+          const std::string what = "level " + std::to_string(level);
+          r([&](const P &p) { gemv('T', p); }, [&](const P &p) { ref_eagemv('T', p); },
+            "eagemv " + what);
+          r([&](const P &p) {
+              dgemv_t(&p.m, &p.n, &p.alpha, p.a, &p.lda, p.x, &p.incx, &p.beta, p.y, &p.incy);
+            },
+            [&](const P &p) { ref_kernel("dgemv_t", p); }, "dgemv_t " + what);
+          if (n % 4 == 0)
+            r([&](const P &p) {
+                dgemv32_t(&p.m, &p.n, &p.alpha, p.a, &p.lda, p.x, &p.incx, &p.beta, p.y,
+                          &p.incy);
+              },
+              [&](const P &p) { ref_kernel("dgemv32_t", p); }, "dgemv32_t " + what);
+          r([&](const P &p) {
+              const char t = 'T';
+              dgemvf(&t, &p.m, &p.n, &p.alpha, p.a, &p.lda, p.x, &p.incx, &p.beta, p.y,
+                     &p.incy, 1);
+            },
+            [&](const P &p) { ref_dgemvf('T', p); }, "dgemvf " + what);
+        }
+  }
+}
+
 TEST(Gemv, DgemvfAloneAndTheStatementsAgreeWithTheReferenceDgemv) {
   for (char t : {'N', 'T'})
     for (int m : {0, 1, 7, 9, 64, 129})
