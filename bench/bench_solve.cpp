@@ -18,7 +18,9 @@
 #include "QORKytMemoryManager.h"
 #include "anchors.h"
 #include "cg.h"
+#include "direct.h"
 #include "fe.h"
+#include "modal.h"
 
 #ifdef QKM_BENCH_EIGEN
 #include <Eigen/IterativeLinearSolvers>
@@ -189,6 +191,57 @@ void run_eigen_cg(benchmark::State &st, int cells) {
 }
 #endif
 
+// The whole iterative solve of the four cases to the program's tolerance (1e-8).
+void run_cg_solve(benchmark::State &st, int cells) {
+  const Model &m = model(cells);
+  Vec x(m.b.size());
+  qks::CgOptions options;
+  options.tolerance = 1e-8;
+  int iterations = 0;
+  for (auto _ : st) {
+    std::fill(x.begin(), x.end(), 0.0);
+    iterations = qks::block_cg(m.k, m.dofs, m.b.data(), x.data(), 4, options).iterations;
+    benchmark::ClobberMemory();
+  }
+  st.counters["iterations"] = iterations;
+}
+
+// Ordering and elimination, then the solve of the four cases, then the three lowest
+// frequencies (mass assembled once outside the timing).
+void run_direct_factor(benchmark::State &st, int cells) {
+  const Model &m = model(cells);
+  for (auto _ : st) {
+    qks::DirectSolver direct;
+    if (direct.factor(m.k, m.mesh, m.dofs, m.graph) != 0) st.SkipWithError("factor");
+  }
+}
+
+void run_direct_solve(benchmark::State &st, int cells) {
+  const Model &m = model(cells);
+  qks::DirectSolver direct;
+  if (direct.factor(m.k, m.mesh, m.dofs, m.graph) != 0) st.SkipWithError("factor");
+  Vec x(m.b.size());
+  for (auto _ : st) {
+    x = m.b;
+    direct.solve(x.data(), 4);
+    benchmark::ClobberMemory();
+  }
+}
+
+void run_vibration(benchmark::State &st, int cells) {
+  const Model &m = model(cells);
+  qks::SymMatrix mass = m.k;
+  std::fill(mass.a.begin(), mass.a.end(), 0.0);
+  qks::SymMatrix k = mass;
+  QORKytMemoryManager memory(100);
+  if (qks::assemble(m.mesh, qks::Material{}, m.dofs, k, &mass, memory) != 0) std::abort();
+  qks::DirectSolver direct;
+  if (direct.factor(m.k, m.mesh, m.dofs, m.graph) != 0) st.SkipWithError("factor");
+  for (auto _ : st)
+    benchmark::DoNotOptimize(qks::subspace_iteration(
+        m.k, mass, [&](double *v, int nrhs) { direct.solve(v, nrhs); }, qks::ModalOptions{}));
+}
+
 int register_all() {
   for (int cells : {5, 12, 26}) {
     // Unknowns: 3 per node, the clamped face at x = 0 held.
@@ -199,6 +252,16 @@ int register_all() {
     benchmark::RegisterBenchmark(("product" + tag + "/qkm").c_str(), run_product, cells);
     benchmark::RegisterBenchmark(("cg_iteration" + tag + "/qkm").c_str(), run_cg, cells)
         ->UseManualTime();
+    benchmark::RegisterBenchmark(("cg_solve" + tag + "/qkm").c_str(), run_cg_solve, cells)
+        ->Iterations(1)->Unit(benchmark::kMillisecond);
+    // The direct path grows much faster than linearly (a 130k-unknown beam takes 15 s and
+    // 1 GB to factor): it runs on the two smaller sizes.
+    if (cells <= 12) {
+      benchmark::RegisterBenchmark(("direct_factor" + tag + "/qkm").c_str(), run_direct_factor, cells);
+      benchmark::RegisterBenchmark(("direct_solve4" + tag + "/qkm").c_str(), run_direct_solve, cells);
+      benchmark::RegisterBenchmark(("vibration" + tag + "/qkm").c_str(), run_vibration, cells)
+          ->Unit(benchmark::kMillisecond);
+    }
 #ifdef QKM_BENCH_EIGEN
     benchmark::RegisterBenchmark(("product" + tag + "/eigen").c_str(), run_eigen_product, cells);
     benchmark::RegisterBenchmark(("cg_iteration" + tag + "/eigen").c_str(), run_eigen_cg, cells)

@@ -394,7 +394,7 @@ int run(const Options &o) {
   phases.end();
   std::printf("\nBlock conjugate gradients, 4 load cases in one sweep (tolerance %g):\n", o.tol);
   std::printf("  %d iterations, %.3f s, %.3f ms per iteration of 4 vectors\n", report.iterations,
-              report.seconds, report.iterations ? 1e3 * report.seconds / report.iterations : 0.0);
+              report.seconds, report.iterations ? 1e3 * report.iteration_seconds / report.iterations : 0.0);
   for (int c = 0; c < 4; ++c) {
     std::printf("  %-12s converged at %6d   relative residual %.3e\n", kCaseNames[c],
                 report.converged_at[c], report.residual[c]);
@@ -469,6 +469,7 @@ int run(const Options &o) {
         std::printf("  %d x %d x %d cells\n", o.direct_box.nx, o.direct_box.ny, o.direct_box.nz);
       std::printf("  %d fronts, largest %d, %lld factor entries, work %.3e, smallest pivot ratio %.3e\n",
                   dr.fronts, dr.largest_front, dr.factor_entries, dr.work, dr.min_ratio);
+      std::printf("  ordering %.3f s, elimination %.3f s\n", dr.ordering_seconds, dr.factor_seconds);
       for (int c = 0; c < 4; ++c) {
         const double d = relative_difference(xd.data() + static_cast<size_t>(c) * ns,
                                              xi.data() + static_cast<size_t>(c) * ns, ns);
@@ -487,8 +488,9 @@ int run(const Options &o) {
       for (int k = 0; k < static_cast<int>(modes.frequency.size()); ++k) {
         if (beam && k < 3) {
           const double err = (modes.frequency[k] - theory.freq[k]) / theory.freq[k];
-          std::printf("  mode %d  %10.4f Hz   theory %10.4f Hz  %+6.2f%%  %s 5%%\n", k + 1,
-                      modes.frequency[k], theory.freq[k], 100.0 * err, verdict(err, 0.05));
+          std::printf("  mode %d  %10.4f Hz   theory %10.4f Hz (%s %d)  %+6.2f%%  %s 5%%\n", k + 1,
+                      modes.frequency[k], theory.freq[k], theory.kind[k], theory.order[k],
+                      100.0 * err, verdict(err, 0.05));
         } else {
           std::printf("  mode %d  %10.4f Hz\n", k + 1, modes.frequency[k]);
         }
@@ -534,7 +536,7 @@ int run(const Options &o) {
   bool written = qks::write_vtu(vtu, main.mesh, field[1], vm, error);
   if (written)
     written = qks::write_png(png, main.mesh, field[1], 0.0,
-                             beam ? "Cantilever under a tip force in z" : o.mesh_file, 1200, 700,
+                             beam ? "Cantilever under a tip force in z" : o.mesh_file, qks::kPictureWidth, qks::kPictureHeight,
                              error);
   phases.end();
   if (!written) {
