@@ -185,6 +185,15 @@ double peak_mb() {
   return static_cast<double>(u.ru_maxrss) / 1024.0;
 }
 
+// mkdir -p: the folder and any missing parents.
+bool make_folders(const std::string &path) {
+  for (size_t at = path.find('/', 1); ; at = path.find('/', at + 1)) {
+    const std::string part = path.substr(0, at);
+    if (!part.empty() && mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) return false;
+    if (at == std::string::npos) return true;
+  }
+}
+
 bool listing_open() { return QORKytListingServices::GetDescriptor() != ~0u; }
 
 // A line of the listing file, when one is open.
@@ -356,7 +365,7 @@ int run(const Options &o) {
                 main.mesh.elements());
     return 0;
   }
-  if (mkdir(o.out.c_str(), 0777) != 0 && errno != EEXIST) {
+  if (!make_folders(o.out)) {
     std::fprintf(stderr, "qkm-solve: cannot make the folder %s: %s\n", o.out.c_str(),
                  std::strerror(errno));
     return 2;
