@@ -9,6 +9,10 @@
 // column panels (all multiples of 4 but the last) may be walked in any order and shape. The
 // copies are made only where they pay: op(A) not transposed is read in place for narrow
 // column panels, and the operand that carries alpha is read in place when alpha is 1 or -1.
+// Since every panel but the last starts at a multiple of 4, the 1x1 elements below are those
+// of rows m - m%4 .. m-1 in columns n - n%4 .. n-1 of C, whatever the panels: the direct path
+// (see direct_pays) treats all of C as one panel of the whole depth, and its tiles cut the
+// depth into the blocks of 100 themselves.
 //
 // Rounding, per element of C and per depth block of kk positions (products already carrying
 // alpha on one operand: (alpha*a)*b when transb is "N", a*(alpha*b) otherwise):
@@ -50,6 +54,10 @@ constexpr int gemm_nb_packed = 100;   // columns of C per column panel, B copied
 // with B read through its rows, the strided reads of both operands favour the copy earlier).
 constexpr int gemm_copy_a_from = 128;
 constexpr int gemm_copy_a_from_t = 48;
+
+// The direct path (both operands read in place, no panels) takes depths up to this many
+// positions: beyond it a strip of A no longer stays near the first cache level.
+constexpr int gemm_direct_k = 256;
 
 // The panels, one pair per thread.
 //  abuf: element (i,p) of the row panel at abuf[p*gemm_mb + i]: for each inner position the
@@ -95,12 +103,24 @@ QKM_INLINE void store_part(double *p, V v, int n) {
 #endif
   std::memcpy(p, &v, static_cast<size_t>(n) * sizeof(double));
 }
+// The first n lanes of a row vector, n in [1, lanes]. With 512-bit vectors the masked move
+// costs what a plain one does, so the edge of a strip is read and written without a branch
+// (the mask is the same for every position of a tile and stays in its register).
 template <class V>
 QKM_INLINE V load_n(const double *p, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8) return load_part<V>(p, n);
+#endif
   return n == lanes<V> ? vload<V>(p) : load_part<V>(p, n);
 }
 template <class V>
 QKM_INLINE void store_n(double *p, V v, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8) {
+    store_part<V>(p, v, n);
+    return;
+  }
+#endif
   if (n == lanes<V>)
     vstore<V>(p, v);
   else
@@ -118,7 +138,8 @@ QKM_INLINE V in_register(V v) {
   return v;
 }
 
-// One depth block of one panel, as the tile kernels see it.
+// One panel, as the tile kernels see it: a depth block of the blocked path, or the whole
+// product on the direct path (the tiles cut the depth into blocks of gemm_kb themselves).
 struct Block {
   int mm, nb, kk;   // rows, columns, depth
   const double *a;  // element (i,p) at a[i + p*ap]: abuf (ap = 32) or op(A) in place (ap = lda)
@@ -127,7 +148,7 @@ struct Block {
   int64_t bp, bj;
   double *c;  // c(i,j) at c[i + j*ldc]
   int64_t ldc;
-  double s;  // beta in the first depth block, 1.0 in the later ones
+  double s;  // factor of C at the start: beta in the first depth block, 1.0 in the later ones
 };
 
 // v := v + x*y, or v - x*y when alpha = -1 sits on an operand read in place: x*(-y) is
@@ -141,51 +162,50 @@ QKM_INLINE V acc(V v, V x, W y) {
 }
 
 // Register tile of RV vectors of rows by NR columns, with the e/o sums of each element.
-// `last` lanes of the last row vector are real rows.
+// `last` lanes of the last row vector are real rows. The depth is walked in blocks of
+// gemm_kb; between blocks the running value stays in e, which holds exactly what a store to
+// C and a load back would give.
 template <class V, int RV, int NR, bool Neg>
 QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   constexpr int W = lanes<V>;
   V e[RV][NR], o[RV][NR];
   double *c = k.c + i + j * k.ldc;
+  const bool read_c = k.s != 0.0;
   for (int jj = 0; jj < NR; ++jj)
-    for (int r = 0; r < RV; ++r) {
-      const int n = r == RV - 1 ? last : W;
-      e[r][jj] = k.s == 0.0 ? V{} : load_n<V>(c + r * W + jj * k.ldc, n) * k.s;
-      o[r][jj] = V{};
-    }
+    for (int r = 0; r < RV; ++r)
+      e[r][jj] = read_c ? load_n<V>(c + r * W + jj * k.ldc, r == RV - 1 ? last : W) * k.s : V{};
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
   const int64_t ap = k.ap, bp = k.bp, bj = k.bj;
-  auto row = [&](int r) QKM_INLINE_LAMBDA {
-    return in_register(r == RV - 1 ? load_n<V>(a + r * W, last) : vload<V>(a + r * W));
+  auto row = [last](const double *ar, int r) QKM_INLINE_LAMBDA {
+    return in_register(r == RV - 1 ? load_n<V>(ar + r * W, last) : vload<V>(ar + r * W));
   };
-  const int kk2 = k.kk & ~1;
-  for (int p = 0; p < kk2; p += 2) {
+  // s += row(p) * b(p, j) for the NR columns j of the tile.
+  auto take = [&](V(&s)[RV][NR], const double *ar, const double *br) QKM_INLINE_LAMBDA {
     V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = row(r);
+    for (int r = 0; r < RV; ++r) x[r] = row(ar, r);
     for (int jj = 0; jj < NR; ++jj) {
-      const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) e[r][jj] = acc<Neg>(e[r][jj], x[r], y);
+      const double y = br[jj * bj];
+      for (int r = 0; r < RV; ++r) s[r][jj] = acc<Neg>(s[r][jj], x[r], y);
     }
-    a += ap;
-    b += bp;
-    for (int r = 0; r < RV; ++r) x[r] = row(r);
-    for (int jj = 0; jj < NR; ++jj) {
-      const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) o[r][jj] = acc<Neg>(o[r][jj], x[r], y);
-    }
-    a += ap;
-    b += bp;
-  }
-  if (kk2 > 0)
+  };
+  for (int left = k.kk; left > 0; left -= gemm_kb) {
+    const int kb = left < gemm_kb ? left : gemm_kb;
     for (int jj = 0; jj < NR; ++jj)
-      for (int r = 0; r < RV; ++r) e[r][jj] = e[r][jj] + o[r][jj];
-  if (k.kk & 1) {
-    V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = row(r);
-    for (int jj = 0; jj < NR; ++jj) {
-      const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) e[r][jj] = acc<Neg>(e[r][jj], x[r], y);
+      for (int r = 0; r < RV; ++r) o[r][jj] = V{};
+    for (int pairs = kb >> 1; pairs > 0; --pairs) {
+      take(e, a, b);
+      take(o, a + ap, b + bp);
+      a += 2 * ap;
+      b += 2 * bp;
+    }
+    if (kb >= 2)
+      for (int jj = 0; jj < NR; ++jj)
+        for (int r = 0; r < RV; ++r) e[r][jj] = e[r][jj] + o[r][jj];
+    if (kb & 1) {
+      take(e, a, b);
+      a += ap;
+      b += bp;
     }
   }
   for (int jj = 0; jj < NR; ++jj)
@@ -226,7 +246,7 @@ QKM_INLINE void column_group(const Block &k, int rows, int j, int nr) {
   }
 }
 
-// The 1x1 tile: one element with its own order of the sum.
+// The 1x1 tile: one element with its own order of the sum, block after block of gemm_kb.
 template <bool Neg>
 QKM_INLINE void single(const Block &k, int i, int j) {
   double *cp = k.c + i + j * k.ldc;
@@ -234,16 +254,19 @@ QKM_INLINE void single(const Block &k, int i, int j) {
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
   const int64_t ap = k.ap, bp = k.bp;
-  const int kk = k.kk;
-  int p = 0;
-  if (kk >= 8) {
-    double e[8] = {v, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
-    const int kk8 = kk & ~7;
-    for (; p < kk8; p += 8)
-      for (int r = 0; r < 8; ++r) e[r] = acc<Neg>(e[r], a[(p + r) * ap], b[(p + r) * bp]);
-    v = ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
+  for (int p0 = 0; p0 < k.kk; p0 += gemm_kb) {
+    const int kb = k.kk - p0 < gemm_kb ? k.kk - p0 : gemm_kb;
+    int p = 0;
+    if (kb >= 8) {
+      double e[8] = {v, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
+      for (; p < (kb & ~7); p += 8)
+        for (int r = 0; r < 8; ++r) e[r] = acc<Neg>(e[r], a[(p + r) * ap], b[(p + r) * bp]);
+      v = ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
+    }
+    for (; p < kb; ++p) v = acc<Neg>(v, a[p * ap], b[p * bp]);
+    a += kb * ap;
+    b += kb * bp;
   }
-  for (; p < kk; ++p) v = acc<Neg>(v, a[p * ap], b[p * bp]);
   *cp = v;
 }
 
@@ -399,6 +422,28 @@ QKM_INLINE void product_body(const Args &g) {
 }
 QKM_VARIANTS(void, product, (const Args &g), (g))
 
+// The direct path: with A not transposed and alpha = 1 or -1, for the column counts where
+// the blocked path would read both operands in place anyway, C is taken as one panel with
+// the whole depth. No panel, no copy, no loop over panels: each register tile reads and
+// writes its part of C once and keeps its sums across the depth blocks. A function of its
+// own, so that the smallest products pass through little control and its loops get
+// registers of their own.
+QKM_INLINE bool direct_pays(const Args &g) {
+  return g.nota && (g.alpha == 1.0 || g.alpha == -1.0) && g.k <= gemm_direct_k &&
+         g.n < (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
+}
+
+template <int L>
+QKM_INLINE void direct_body(const Args &g) {
+  const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
+                g.c, g.ldc, g.beta};
+  if (g.alpha < 0.0)
+    sweep<L, true>(k);
+  else
+    sweep<L, false>(k);
+}
+QKM_VARIANTS(void, direct, (const Args &g), (g))
+
 inline bool is_n(char f) { return f == 'N' || f == 'n'; }
 inline bool is_t(char f) { return f == 'T' || f == 't' || f == 'C' || f == 'c'; }
 
@@ -462,5 +507,8 @@ extern "C" void eagemm(const char *transa, const char *transb, const qkm_int *m,
   g.ldb = *ldb;
   g.c = c;
   g.ldc = *ldc;
-  product(g);
+  if (direct_pays(g))
+    direct(g);
+  else
+    product(g);
 }
