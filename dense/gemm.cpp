@@ -103,28 +103,27 @@ QKM_INLINE void store_part(double *p, V v, int n) {
 #endif
   std::memcpy(p, &v, static_cast<size_t>(n) * sizeof(double));
 }
-// The first n lanes of a row vector, n in [1, lanes]. With 512-bit vectors the masked move
-// costs what a plain one does, so the edge of a strip is read and written without a branch
-// (the mask is the same for every position of a tile and stays in its register).
+// The first n lanes, n in [1, lanes]: a plain move for a whole vector.
 template <class V>
 QKM_INLINE V load_n(const double *p, int n) {
-#if defined(__GNUC__) && !defined(__clang__)
-  if constexpr (lanes<V> == 8) return load_part<V>(p, n);
-#endif
   return n == lanes<V> ? vload<V>(p) : load_part<V>(p, n);
 }
 template <class V>
 QKM_INLINE void store_n(double *p, V v, int n) {
-#if defined(__GNUC__) && !defined(__clang__)
-  if constexpr (lanes<V> == 8) {
-    store_part<V>(p, v, n);
-    return;
-  }
-#endif
   if (n == lanes<V>)
     vstore<V>(p, v);
   else
     store_part<V>(p, v, n);
+}
+// The same for the rows of A read at every position of a tile: with 512-bit vectors a masked
+// load costs what a plain one does, so it is taken without a branch (the mask stays in its
+// register for the whole tile).
+template <class V>
+QKM_INLINE V load_row(const double *p, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8) return load_part<V>(p, n);
+#endif
+  return load_n<V>(p, n);
 }
 
 // Keeps a loaded row vector in a register, so that the compiler does not fold the load into
@@ -165,7 +164,7 @@ QKM_INLINE V acc(V v, V x, W y) {
 // `last` lanes of the last row vector are real rows. The depth is walked in blocks of
 // gemm_kb; between blocks the running value stays in e, which holds exactly what a store to
 // C and a load back would give.
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   constexpr int W = lanes<V>;
   V e[RV][NR], o[RV][NR];
@@ -176,9 +175,9 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
       e[r][jj] = read_c ? load_n<V>(c + r * W + jj * k.ldc, r == RV - 1 ? last : W) * k.s : V{};
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
-  const int64_t ap = k.ap, bp = k.bp, bj = k.bj;
+  const int64_t ap = k.ap, bp = k.bp, bj = UnitJ ? 1 : k.bj;
   auto row = [last](const double *ar, int r) QKM_INLINE_LAMBDA {
-    return in_register(r == RV - 1 ? load_n<V>(ar + r * W, last) : vload<V>(ar + r * W));
+    return in_register(r == RV - 1 ? load_row<V>(ar + r * W, last) : vload<V>(ar + r * W));
   };
   // s += row(p) * b(p, j) for the NR columns j of the tile.
   auto take = [&](V(&s)[RV][NR], const double *ar, const double *br) QKM_INLINE_LAMBDA {
@@ -195,9 +194,11 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
       for (int r = 0; r < RV; ++r) o[r][jj] = V{};
     for (int pairs = kb >> 1; pairs > 0; --pairs) {
       take(e, a, b);
-      take(o, a + ap, b + bp);
-      a += 2 * ap;
-      b += 2 * bp;
+      a += ap;
+      b += bp;
+      take(o, a, b);
+      a += ap;
+      b += bp;
     }
     if (kb >= 2)
       for (int jj = 0; jj < NR; ++jj)
@@ -213,36 +214,36 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
       store_n<V>(c + r * W + jj * k.ldc, e[r][jj], r == RV - 1 ? last : W);
 }
 
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void tile_nr(const Block &k, int i, int j, int nr, int last) {
   if constexpr (NR > 1) {
     if (nr < NR) {
-      tile_nr<V, RV, NR - 1, Neg>(k, i, j, nr, last);
+      tile_nr<V, RV, NR - 1, Neg, UnitJ>(k, i, j, nr, last);
       return;
     }
   }
-  tile<V, RV, NR, Neg>(k, i, j, last);
+  tile<V, RV, NR, Neg, UnitJ>(k, i, j, last);
 }
 
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void tile_rv(const Block &k, int i, int j, int rv, int nr, int last) {
   if constexpr (RV > 1) {
     if (rv < RV) {
-      tile_rv<V, RV - 1, NR, Neg>(k, i, j, rv, nr, last);
+      tile_rv<V, RV - 1, NR, Neg, UnitJ>(k, i, j, rv, nr, last);
       return;
     }
   }
-  tile_nr<V, RV, NR, Neg>(k, i, j, nr, last);
+  tile_nr<V, RV, NR, Neg, UnitJ>(k, i, j, nr, last);
 }
 
 // Rows [0, rows) of columns [j, j+nr), nr <= NR, in strips of RV vectors.
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void column_group(const Block &k, int rows, int j, int nr) {
   constexpr int W = lanes<V>, MR = RV * W;
   for (int i = 0; i < rows; i += MR) {
     const int h = rows - i < MR ? rows - i : MR;
     const int rv = (h + W - 1) / W;
-    tile_rv<V, RV, NR, Neg>(k, i, j, rv, nr, h - (rv - 1) * W);
+    tile_rv<V, RV, NR, Neg, UnitJ>(k, i, j, rv, nr, h - (rv - 1) * W);
   }
 }
 
@@ -278,7 +279,7 @@ QKM_INLINE void single(const Block &k, int i, int j) {
 // Register tiles: the level's budget of RV x NR vectors of sums is spent on wider tiles
 // when a strip of rows is short (12 columns by one vector on AVX-512, 6 by two, 4 by three,
 // 3 by four), so that few rows still give many independent sums per loaded row vector.
-template <int L, bool Neg>
+template <int L, bool Neg, bool UnitJ>
 QKM_INLINE void sweep(const Block &k) {
   using T = qkm::simd::Traits<L>;
   using V = typename T::V;
@@ -289,12 +290,12 @@ QKM_INLINE void sweep(const Block &k) {
     const int rv = (h + W - 1) / W, last = h - (rv - 1) * W;
     qkm::with_count<1, RV>(rv, [&](auto r) QKM_INLINE_LAMBDA {
       constexpr int R = decltype(r)::value, N = RV * NR / R;
-      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg, UnitJ>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
     });
   }
   if (nb4 == k.nb) return;
   for (int j = nb4; j < k.nb; j += NR)
-    column_group<V, RV, NR, Neg>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
+    column_group<V, RV, NR, Neg, UnitJ>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
   for (int j = nb4; j < k.nb; ++j)
     for (int i = mm4; i < k.mm; ++i) single<Neg>(k, i, j);
 }
@@ -402,7 +403,7 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
           k.ap = g.lda;
         }
         k.c = g.c + i0 + j0 * g.ldc;
-        sweep<L, Neg>(k);
+        sweep<L, Neg, false>(k);
       }
     }
   }
@@ -437,10 +438,12 @@ template <int L>
 QKM_INLINE void direct_body(const Args &g) {
   const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
                 g.c, g.ldc, g.beta};
+  // B read through its rows has the columns of a tile side by side: their offsets are
+  // constants of the loop.
   if (g.alpha < 0.0)
-    sweep<L, true>(k);
+    g.notb ? sweep<L, true, false>(k) : sweep<L, true, true>(k);
   else
-    sweep<L, false>(k);
+    g.notb ? sweep<L, false, false>(k) : sweep<L, false, true>(k);
 }
 QKM_VARIANTS(void, direct, (const Args &g), (g))
 
