@@ -423,15 +423,16 @@ QKM_INLINE void product_body(const Args &g) {
 }
 QKM_VARIANTS(void, product, (const Args &g), (g))
 
-// The direct path: with A not transposed and alpha = 1 or -1, for the column counts where
-// the blocked path would read both operands in place anyway, C is taken as one panel with
-// the whole depth. No panel, no copy, no loop over panels: each register tile reads and
-// writes its part of C once and keeps its sums across the depth blocks. A function of its
-// own, so that the smallest products pass through little control and its loops get
-// registers of their own.
+// The direct path: with A not transposed, alpha = 1 or -1, fewer than gemm_copy_a_from
+// columns (where the direct form reads both operands in place anyway; for B read through its
+// rows it also beats the copy of A from 48 columns on, measured) and a depth up to
+// gemm_direct_k, C is taken as one panel with the whole depth. No panel, no copy, no loop
+// over panels: each register tile reads and writes its part of C once and keeps its sums
+// across the depth blocks. A function of its own, so that the smallest products pass
+// through little control and its loops get registers of their own.
 QKM_INLINE bool direct_pays(const Args &g) {
   return g.nota && (g.alpha == 1.0 || g.alpha == -1.0) && g.k <= gemm_direct_k &&
-         g.n < (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
+         g.n < gemm_copy_a_from;
 }
 
 template <int L>
