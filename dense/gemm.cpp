@@ -58,6 +58,10 @@ constexpr int gemm_copy_a_from_t = 48;
 // The direct path (both operands read in place, no panels) takes depths up to this many
 // positions: beyond it a strip of A no longer stays near the first cache level.
 constexpr int gemm_direct_k = 256;
+// ... and fewer rows than this: the columns of a tall A lie a multiple of 4 KiB apart, and a
+// strip of them read in place crowds a few sets of the first-level cache (measured at 2000
+// rows: the copy into abuf is faster).
+constexpr int gemm_direct_m = 128;
 
 // The panels, one pair per thread.
 //  abuf: element (i,p) of the row panel at abuf[p*gemm_mb + i]: for each inner position the
@@ -425,14 +429,14 @@ QKM_VARIANTS(void, product, (const Args &g), (g))
 
 // The direct path: with A not transposed, alpha = 1 or -1, fewer than gemm_copy_a_from
 // columns (where the direct form reads both operands in place anyway; for B read through its
-// rows it also beats the copy of A from 48 columns on, measured) and a depth up to
-// gemm_direct_k, C is taken as one panel with the whole depth. No panel, no copy, no loop
-// over panels: each register tile reads and writes its part of C once and keeps its sums
-// across the depth blocks. A function of its own, so that the smallest products pass
-// through little control and its loops get registers of their own.
+// rows it also beats the copy of A from 48 columns on, measured), fewer than gemm_direct_m
+// rows and a depth up to gemm_direct_k, C is taken as one panel with the whole depth. No
+// panel, no copy, no loop over panels: each register tile reads and writes its part of C
+// once and keeps its sums across the depth blocks. A function of its own, so that the
+// smallest products pass through little control and its loops get registers of their own.
 QKM_INLINE bool direct_pays(const Args &g) {
   return g.nota && (g.alpha == 1.0 || g.alpha == -1.0) && g.k <= gemm_direct_k &&
-         g.n < gemm_copy_a_from;
+         g.n < gemm_copy_a_from && g.m < gemm_direct_m;
 }
 
 template <int L>

@@ -304,12 +304,12 @@ TEST(Gemm, SignedZerosFollowTheStartValueAndTheSplit) {
 }
 
 // The direct path (A not transposed, alpha = 1 or -1, no panels): rows around every strip
-// of every level's register tiles (2, 4 or 8 lanes, up to 4 vectors), columns around every
-// tile width and the 4-column corner up to the column limit of the path (128), depths around
-// the blocks of 100 that each tile cuts itself and the depth limit of the path (256);
-// beta = 0 ignores a NaN in C on the way.
+// of every level's register tiles (2, 4 or 8 lanes, up to 4 vectors) and the row limit of
+// the path (128), columns around every tile width and the 4-column corner up to the column
+// limit of the path (128), depths around the blocks of 100 that each tile cuts itself and
+// the depth limit of the path (256); beta = 0 ignores a NaN in C on the way.
 TEST(Gemm, DirectPathTileEdgesAndDepthBlocks) {
-  const int ms[] = {1, 2, 3, 5, 7, 8, 9, 12, 15, 16, 17, 23, 24, 25, 31, 32, 33, 40, 63, 65};
+  const int ms[] = {1, 2, 3, 5, 7, 8, 9, 12, 15, 16, 17, 23, 24, 25, 31, 32, 33, 63, 65, 127, 128};
   const int ns[] = {1, 2, 3, 4, 5, 6, 7, 8, 11, 12, 13, 24, 30, 47, 48, 49, 127, 128};
   const int ks[] = {1, 2, 3, 7, 8, 9, 99, 100, 101, 199, 200, 201, 255, 256, 257};
   unsigned seed = 2000;
