@@ -9,6 +9,10 @@
 // column panels (all multiples of 4 but the last) may be walked in any order and shape. The
 // copies are made only where they pay: op(A) not transposed is read in place for narrow
 // column panels, and the operand that carries alpha is read in place when alpha is 1 or -1.
+// Since every panel but the last starts at a multiple of 4, the 1x1 elements below are those
+// of rows m - m%4 .. m-1 in columns n - n%4 .. n-1 of C, whatever the panels: the direct path
+// (see direct_pays) treats all of C as one panel of the whole depth, and its tiles cut the
+// depth into the blocks of 100 themselves.
 //
 // Rounding, per element of C and per depth block of kk positions (products already carrying
 // alpha on one operand: (alpha*a)*b when transb is "N", a*(alpha*b) otherwise):
@@ -50,6 +54,14 @@ constexpr int gemm_nb_packed = 100;   // columns of C per column panel, B copied
 // with B read through its rows, the strided reads of both operands favour the copy earlier).
 constexpr int gemm_copy_a_from = 128;
 constexpr int gemm_copy_a_from_t = 48;
+
+// The direct path (both operands read in place, no panels) takes depths up to this many
+// positions: beyond it a strip of A no longer stays near the first cache level.
+constexpr int gemm_direct_k = 256;
+// ... and fewer rows than this: the columns of a tall A lie a multiple of 4 KiB apart, and a
+// strip of them read in place crowds a few sets of the first-level cache (measured at 2000
+// rows: the copy into abuf is faster).
+constexpr int gemm_direct_m = 128;
 
 // The panels, one pair per thread.
 //  abuf: element (i,p) of the row panel at abuf[p*gemm_mb + i]: for each inner position the
@@ -95,6 +107,7 @@ QKM_INLINE void store_part(double *p, V v, int n) {
 #endif
   std::memcpy(p, &v, static_cast<size_t>(n) * sizeof(double));
 }
+// The first n lanes, n in [1, lanes]: a plain move for a whole vector.
 template <class V>
 QKM_INLINE V load_n(const double *p, int n) {
   return n == lanes<V> ? vload<V>(p) : load_part<V>(p, n);
@@ -105,6 +118,16 @@ QKM_INLINE void store_n(double *p, V v, int n) {
     vstore<V>(p, v);
   else
     store_part<V>(p, v, n);
+}
+// The same for the rows of A read at every position of a tile: with 512-bit vectors a masked
+// load costs what a plain one does, so it is taken without a branch (the mask stays in its
+// register for the whole tile).
+template <class V>
+QKM_INLINE V load_row(const double *p, int n) {
+#if defined(__GNUC__) && !defined(__clang__)
+  if constexpr (lanes<V> == 8) return load_part<V>(p, n);
+#endif
+  return load_n<V>(p, n);
 }
 
 // Keeps a loaded row vector in a register, so that the compiler does not fold the load into
@@ -118,7 +141,8 @@ QKM_INLINE V in_register(V v) {
   return v;
 }
 
-// One depth block of one panel, as the tile kernels see it.
+// One panel, as the tile kernels see it: a depth block of the blocked path, or the whole
+// product on the direct path (the tiles cut the depth into blocks of gemm_kb themselves).
 struct Block {
   int mm, nb, kk;   // rows, columns, depth
   const double *a;  // element (i,p) at a[i + p*ap]: abuf (ap = 32) or op(A) in place (ap = lda)
@@ -127,7 +151,7 @@ struct Block {
   int64_t bp, bj;
   double *c;  // c(i,j) at c[i + j*ldc]
   int64_t ldc;
-  double s;  // beta in the first depth block, 1.0 in the later ones
+  double s;  // factor of C at the start: beta in the first depth block, 1.0 in the later ones
 };
 
 // v := v + x*y, or v - x*y when alpha = -1 sits on an operand read in place: x*(-y) is
@@ -141,51 +165,52 @@ QKM_INLINE V acc(V v, V x, W y) {
 }
 
 // Register tile of RV vectors of rows by NR columns, with the e/o sums of each element.
-// `last` lanes of the last row vector are real rows.
-template <class V, int RV, int NR, bool Neg>
+// `last` lanes of the last row vector are real rows. The depth is walked in blocks of
+// gemm_kb; between blocks the running value stays in e, which holds exactly what a store to
+// C and a load back would give.
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void tile(const Block &k, int i, int j, int last) {
   constexpr int W = lanes<V>;
   V e[RV][NR], o[RV][NR];
   double *c = k.c + i + j * k.ldc;
+  const bool read_c = k.s != 0.0;
   for (int jj = 0; jj < NR; ++jj)
-    for (int r = 0; r < RV; ++r) {
-      const int n = r == RV - 1 ? last : W;
-      e[r][jj] = k.s == 0.0 ? V{} : load_n<V>(c + r * W + jj * k.ldc, n) * k.s;
-      o[r][jj] = V{};
-    }
+    for (int r = 0; r < RV; ++r)
+      e[r][jj] = read_c ? load_n<V>(c + r * W + jj * k.ldc, r == RV - 1 ? last : W) * k.s : V{};
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
-  const int64_t ap = k.ap, bp = k.bp, bj = k.bj;
-  auto row = [&](int r) QKM_INLINE_LAMBDA {
-    return in_register(r == RV - 1 ? load_n<V>(a + r * W, last) : vload<V>(a + r * W));
+  const int64_t ap = k.ap, bp = k.bp, bj = UnitJ ? 1 : k.bj;
+  auto row = [last](const double *ar, int r) QKM_INLINE_LAMBDA {
+    return in_register(r == RV - 1 ? load_row<V>(ar + r * W, last) : vload<V>(ar + r * W));
   };
-  const int kk2 = k.kk & ~1;
-  for (int p = 0; p < kk2; p += 2) {
+  // s += row(p) * b(p, j) for the NR columns j of the tile.
+  auto take = [&](V(&s)[RV][NR], const double *ar, const double *br) QKM_INLINE_LAMBDA {
     V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = row(r);
+    for (int r = 0; r < RV; ++r) x[r] = row(ar, r);
     for (int jj = 0; jj < NR; ++jj) {
-      const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) e[r][jj] = acc<Neg>(e[r][jj], x[r], y);
+      const double y = br[jj * bj];
+      for (int r = 0; r < RV; ++r) s[r][jj] = acc<Neg>(s[r][jj], x[r], y);
     }
-    a += ap;
-    b += bp;
-    for (int r = 0; r < RV; ++r) x[r] = row(r);
-    for (int jj = 0; jj < NR; ++jj) {
-      const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) o[r][jj] = acc<Neg>(o[r][jj], x[r], y);
-    }
-    a += ap;
-    b += bp;
-  }
-  if (kk2 > 0)
+  };
+  for (int left = k.kk; left > 0; left -= gemm_kb) {
+    const int kb = left < gemm_kb ? left : gemm_kb;
     for (int jj = 0; jj < NR; ++jj)
-      for (int r = 0; r < RV; ++r) e[r][jj] = e[r][jj] + o[r][jj];
-  if (k.kk & 1) {
-    V x[RV];
-    for (int r = 0; r < RV; ++r) x[r] = row(r);
-    for (int jj = 0; jj < NR; ++jj) {
-      const double y = b[jj * bj];
-      for (int r = 0; r < RV; ++r) e[r][jj] = acc<Neg>(e[r][jj], x[r], y);
+      for (int r = 0; r < RV; ++r) o[r][jj] = V{};
+    for (int pairs = kb >> 1; pairs > 0; --pairs) {
+      take(e, a, b);
+      a += ap;
+      b += bp;
+      take(o, a, b);
+      a += ap;
+      b += bp;
+    }
+    if (kb >= 2)
+      for (int jj = 0; jj < NR; ++jj)
+        for (int r = 0; r < RV; ++r) e[r][jj] = e[r][jj] + o[r][jj];
+    if (kb & 1) {
+      take(e, a, b);
+      a += ap;
+      b += bp;
     }
   }
   for (int jj = 0; jj < NR; ++jj)
@@ -193,40 +218,40 @@ QKM_INLINE void tile(const Block &k, int i, int j, int last) {
       store_n<V>(c + r * W + jj * k.ldc, e[r][jj], r == RV - 1 ? last : W);
 }
 
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void tile_nr(const Block &k, int i, int j, int nr, int last) {
   if constexpr (NR > 1) {
     if (nr < NR) {
-      tile_nr<V, RV, NR - 1, Neg>(k, i, j, nr, last);
+      tile_nr<V, RV, NR - 1, Neg, UnitJ>(k, i, j, nr, last);
       return;
     }
   }
-  tile<V, RV, NR, Neg>(k, i, j, last);
+  tile<V, RV, NR, Neg, UnitJ>(k, i, j, last);
 }
 
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void tile_rv(const Block &k, int i, int j, int rv, int nr, int last) {
   if constexpr (RV > 1) {
     if (rv < RV) {
-      tile_rv<V, RV - 1, NR, Neg>(k, i, j, rv, nr, last);
+      tile_rv<V, RV - 1, NR, Neg, UnitJ>(k, i, j, rv, nr, last);
       return;
     }
   }
-  tile_nr<V, RV, NR, Neg>(k, i, j, nr, last);
+  tile_nr<V, RV, NR, Neg, UnitJ>(k, i, j, nr, last);
 }
 
 // Rows [0, rows) of columns [j, j+nr), nr <= NR, in strips of RV vectors.
-template <class V, int RV, int NR, bool Neg>
+template <class V, int RV, int NR, bool Neg, bool UnitJ>
 QKM_INLINE void column_group(const Block &k, int rows, int j, int nr) {
   constexpr int W = lanes<V>, MR = RV * W;
   for (int i = 0; i < rows; i += MR) {
     const int h = rows - i < MR ? rows - i : MR;
     const int rv = (h + W - 1) / W;
-    tile_rv<V, RV, NR, Neg>(k, i, j, rv, nr, h - (rv - 1) * W);
+    tile_rv<V, RV, NR, Neg, UnitJ>(k, i, j, rv, nr, h - (rv - 1) * W);
   }
 }
 
-// The 1x1 tile: one element with its own order of the sum.
+// The 1x1 tile: one element with its own order of the sum, block after block of gemm_kb.
 template <bool Neg>
 QKM_INLINE void single(const Block &k, int i, int j) {
   double *cp = k.c + i + j * k.ldc;
@@ -234,16 +259,19 @@ QKM_INLINE void single(const Block &k, int i, int j) {
   const double *a = k.a + i;
   const double *b = k.b + j * k.bj;
   const int64_t ap = k.ap, bp = k.bp;
-  const int kk = k.kk;
-  int p = 0;
-  if (kk >= 8) {
-    double e[8] = {v, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
-    const int kk8 = kk & ~7;
-    for (; p < kk8; p += 8)
-      for (int r = 0; r < 8; ++r) e[r] = acc<Neg>(e[r], a[(p + r) * ap], b[(p + r) * bp]);
-    v = ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
+  for (int p0 = 0; p0 < k.kk; p0 += gemm_kb) {
+    const int kb = k.kk - p0 < gemm_kb ? k.kk - p0 : gemm_kb;
+    int p = 0;
+    if (kb >= 8) {
+      double e[8] = {v, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
+      for (; p < (kb & ~7); p += 8)
+        for (int r = 0; r < 8; ++r) e[r] = acc<Neg>(e[r], a[(p + r) * ap], b[(p + r) * bp]);
+      v = ((e[0] + e[2]) + (e[4] + e[6])) + ((e[1] + e[3]) + (e[5] + e[7]));
+    }
+    for (; p < kb; ++p) v = acc<Neg>(v, a[p * ap], b[p * bp]);
+    a += kb * ap;
+    b += kb * bp;
   }
-  for (; p < kk; ++p) v = acc<Neg>(v, a[p * ap], b[p * bp]);
   *cp = v;
 }
 
@@ -255,7 +283,7 @@ QKM_INLINE void single(const Block &k, int i, int j) {
 // Register tiles: the level's budget of RV x NR vectors of sums is spent on wider tiles
 // when a strip of rows is short (12 columns by one vector on AVX-512, 6 by two, 4 by three,
 // 3 by four), so that few rows still give many independent sums per loaded row vector.
-template <int L, bool Neg>
+template <int L, bool Neg, bool UnitJ>
 QKM_INLINE void sweep(const Block &k) {
   using T = qkm::simd::Traits<L>;
   using V = typename T::V;
@@ -266,12 +294,12 @@ QKM_INLINE void sweep(const Block &k) {
     const int rv = (h + W - 1) / W, last = h - (rv - 1) * W;
     qkm::with_count<1, RV>(rv, [&](auto r) QKM_INLINE_LAMBDA {
       constexpr int R = decltype(r)::value, N = RV * NR / R;
-      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg, UnitJ>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
     });
   }
   if (nb4 == k.nb) return;
   for (int j = nb4; j < k.nb; j += NR)
-    column_group<V, RV, NR, Neg>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
+    column_group<V, RV, NR, Neg, UnitJ>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
   for (int j = nb4; j < k.nb; ++j)
     for (int i = mm4; i < k.mm; ++i) single<Neg>(k, i, j);
 }
@@ -379,7 +407,7 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
           k.ap = g.lda;
         }
         k.c = g.c + i0 + j0 * g.ldc;
-        sweep<L, Neg>(k);
+        sweep<L, Neg, false>(k);
       }
     }
   }
@@ -398,6 +426,31 @@ QKM_INLINE void product_body(const Args &g) {
     blocked<L, false>(g, a_in_place, b_in_place);
 }
 QKM_VARIANTS(void, product, (const Args &g), (g))
+
+// The direct path: with A not transposed, alpha = 1 or -1, fewer than gemm_copy_a_from
+// columns (where the direct form reads both operands in place anyway; for B read through its
+// rows it also beats the copy of A from 48 columns on, measured), fewer than gemm_direct_m
+// rows and a depth up to gemm_direct_k, C is taken as one panel with the whole depth. No
+// panel, no copy, no loop over panels: each register tile reads and writes its part of C
+// once and keeps its sums across the depth blocks. A function of its own, so that the
+// smallest products pass through little control and its loops get registers of their own.
+QKM_INLINE bool direct_pays(const Args &g) {
+  return g.nota && (g.alpha == 1.0 || g.alpha == -1.0) && g.k <= gemm_direct_k &&
+         g.n < gemm_copy_a_from && g.m < gemm_direct_m;
+}
+
+template <int L>
+QKM_INLINE void direct_body(const Args &g) {
+  const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
+                g.c, g.ldc, g.beta};
+  // B read through its rows has the columns of a tile side by side: their offsets are
+  // constants of the loop.
+  if (g.alpha < 0.0)
+    g.notb ? sweep<L, true, false>(k) : sweep<L, true, true>(k);
+  else
+    g.notb ? sweep<L, false, false>(k) : sweep<L, false, true>(k);
+}
+QKM_VARIANTS(void, direct, (const Args &g), (g))
 
 inline bool is_n(char f) { return f == 'N' || f == 'n'; }
 inline bool is_t(char f) { return f == 'T' || f == 't' || f == 'C' || f == 'c'; }
@@ -462,5 +515,8 @@ extern "C" void eagemm(const char *transa, const char *transb, const qkm_int *m,
   g.ldb = *ldb;
   g.c = c;
   g.ldc = *ldc;
-  product(g);
+  if (direct_pays(g))
+    direct(g);
+  else
+    product(g);
 }

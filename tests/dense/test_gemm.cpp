@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <thread>
@@ -300,4 +301,26 @@ TEST(Gemm, SignedZerosFollowTheStartValueAndTheSplit) {
     EXPECT_EQ(bits(want[5 + 6 * cs.ldc]), bits(k < 8 ? -0.0 : 0.0)) << k;  // a 1x1 element
     EXPECT_TRUE(matches(cs));
   }
+}
+
+// The direct path (A not transposed, alpha = 1 or -1, no panels): rows around every strip
+// of every level's register tiles (2, 4 or 8 lanes, up to 4 vectors) and the row limit of
+// the path (128), columns around every tile width and the 4-column corner up to the column
+// limit of the path (128), depths around the blocks of 100 that each tile cuts itself and
+// the depth limit of the path (256); beta = 0 ignores a NaN in C on the way.
+TEST(Gemm, DirectPathTileEdgesAndDepthBlocks) {
+  const int ms[] = {1, 2, 3, 5, 7, 8, 9, 12, 15, 16, 17, 23, 24, 25, 31, 32, 33, 63, 65, 127, 128};
+  const int ns[] = {1, 2, 3, 4, 5, 6, 7, 8, 11, 12, 13, 24, 30, 47, 48, 49, 127, 128};
+  const int ks[] = {1, 2, 3, 7, 8, 9, 99, 100, 101, 199, 200, 201, 255, 256, 257};
+  unsigned seed = 2000;
+  int turn = 0;
+  for (const char *f : {"NN", "nt"})
+    for (int m : ms)
+      for (int n : ns) {
+        const int k = ks[turn++ % std::size(ks)];
+        const double alpha = turn % 3 ? 1.0 : -1.0, beta = turn % 4 ? 0.75 : 0.0;
+        Case cs(f[0], f[1], m, n, k, alpha, beta, turn % 2, seed++);
+        cs.c[0] = kNaN;
+        EXPECT_TRUE(matches(cs));
+      }
 }
