@@ -137,16 +137,25 @@ void read_format(Reader &r) {
   r.expect_line("$EndMeshFormat");
 }
 
+// The header line of $Nodes and $Elements: block count, item count and the tag range.
+void section_counts(Reader &r, const std::string &item, const std::string &plural,
+                    long long &blocks, long long &total) {
+  const std::string header =
+      "the " + item + " counts 'numEntityBlocks num" + plural + " minTag maxTag'";
+  const std::string article = item[0] == 'e' ? "an " : "a ";
+  r.need(header);
+  r.expect_words(4, header);
+  blocks = r.integer(0, "a block count", 0);
+  total = r.integer(1, article + item + " count", 0);
+  r.integer(2, article + item + " tag", 0);
+  r.integer(3, article + item + " tag", 0);
+}
+
 void read_nodes(Reader &r, Parsed &p) {
   if (p.have_nodes) r.fail("a single $Nodes section");
   p.have_nodes = true;
-  const std::string header = "the node counts 'numEntityBlocks numNodes minTag maxTag'";
-  r.need(header);
-  r.expect_words(4, header);
-  const long long blocks = r.integer(0, "a block count", 0);
-  const long long total = r.integer(1, "a node count", 0);
-  r.integer(2, "a node tag", 0);
-  r.integer(3, "a node tag", 0);
+  long long blocks = 0, total = 0;
+  section_counts(r, "node", "Nodes", blocks, total);
   reserve_some(p.xyz, 3 * total);
   long long seen = 0;
   for (long long b = 0; b < blocks; ++b) {
@@ -184,13 +193,8 @@ void read_elements(Reader &r, Parsed &p) {
   if (!p.have_nodes) r.fail("$Nodes before $Elements");
   if (p.have_elements) r.fail("a single $Elements section");
   p.have_elements = true;
-  const std::string header = "the element counts 'numEntityBlocks numElements minTag maxTag'";
-  r.need(header);
-  r.expect_words(4, header);
-  const long long blocks = r.integer(0, "a block count", 0);
-  const long long total = r.integer(1, "an element count", 0);
-  r.integer(2, "an element tag", 0);
-  r.integer(3, "an element tag", 0);
+  long long blocks = 0, total = 0;
+  section_counts(r, "element", "Elements", blocks, total);
   long long seen = 0;
   for (long long b = 0; b < blocks; ++b) {
     const std::string block = "an element block 'entityDim entityTag type numElements'";
