@@ -405,8 +405,12 @@ int run(const Options &o) {
   std::printf("  %d iterations, %.3f s, %.3f ms per iteration of 4 vectors\n", report.iterations,
               report.seconds, report.iterations ? 1e3 * report.iteration_seconds / report.iterations : 0.0);
   for (int c = 0; c < 4; ++c) {
-    std::printf("  %-12s converged at %6d   relative residual %.3e\n", kCaseNames[c],
-                report.converged_at[c], report.residual[c]);
+    if (report.converged_at[c] >= 0)
+      std::printf("  %-12s converged at %6d   relative residual %.3e\n", kCaseNames[c],
+                  report.converged_at[c], report.residual[c]);
+    else
+      std::printf("  %-12s NOT converged       relative residual %.3e (warning %s)\n",
+                  kCaseNames[c], report.residual[c], listing_open() ? "in the listing" : "below");
     std::snprintf(line, sizeof line, "cg %s: iterations %d residual %.3e", kCaseNames[c],
                   report.converged_at[c], report.residual[c]);
     trace(line);
@@ -560,7 +564,8 @@ int run(const Options &o) {
               "  and %s (the deformed beam coloured by displacement magnitude).\n",
               vtu.c_str(), png.c_str());
   if (listing_open())
-    std::printf("Listing: %s\n", static_cast<const char *>(QORKytListingServices::GetFileName()));
+    std::printf("Listing: %s/%s\n", static_cast<const char *>(QORKytListingServices::GetDirectory()),
+                static_cast<const char *>(QORKytListingServices::GetFileName()));
   return report.converged ? 0 : 3;
 }
 
