@@ -13,6 +13,7 @@
 #include "support/refblas.h"
 
 using qkm_test::bits;
+using qkm_test::same_bits;
 using qkm_test::sentinel;
 using Vec = std::vector<double>;
 
@@ -30,13 +31,6 @@ Vec random_vector(size_t n, unsigned seed, double lo = -10, double hi = 10) {
   Vec v(n);
   for (auto &e : v) e = d(rng);
   return v;
-}
-
-::testing::AssertionResult same(const Vec &got, const Vec &want) {
-  for (size_t i = 0; i < want.size(); ++i)
-    if (bits(got[i]) != bits(want[i]))
-      return ::testing::AssertionFailure() << i << ": " << got[i] << " for " << want[i];
-  return ::testing::AssertionSuccess();
 }
 
 }  // namespace
@@ -79,14 +73,14 @@ TEST(Strided, CopySwapAndAxpyAgreeWithTheReferenceBitForBit) {
       Vec x = random_vector(20, 3), y = random_vector(20, 4), rx = x, ry = y;
       e_dcopy(&n, x.data(), &incx, y.data(), &incy);
       dcopy_(&n, rx.data(), &incx, ry.data(), &incy);
-      EXPECT_TRUE(same(y, ry)) << "copy " << incx << " " << incy;
+      EXPECT_TRUE(same_bits(y, ry)) << "copy " << incx << " " << incy;
       std::reverse(x.begin(), x.end()), std::reverse(rx.begin(), rx.end());
       e_dswap(&n, x.data(), &incx, y.data(), &incy);
       dswap_(&n, rx.data(), &incx, ry.data(), &incy);
-      EXPECT_TRUE(same(x, rx) && same(y, ry)) << "swap " << incx << " " << incy;
+      EXPECT_TRUE(same_bits(x, rx) && same_bits(y, ry)) << "swap " << incx << " " << incy;
       e_daxpy(&n, &alpha, x.data(), &incx, y.data(), &incy);
       daxpy_(&n, &alpha, rx.data(), &incx, ry.data(), &incy);
-      EXPECT_TRUE(same(y, ry)) << "axpy " << incx << " " << incy;
+      EXPECT_TRUE(same_bits(y, ry)) << "axpy " << incx << " " << incy;
     }
   const qkm_int three = 3;  // alpha = 0 returns before reading x or its stride
   const double zero = 0.0;
@@ -104,7 +98,7 @@ TEST(Swap, MovesBitsInGroupsOfEveryLength) {
     Vec wx = x, wy = y;
     std::swap_ranges(wx.begin(), wx.begin() + n, wy.begin());
     e_dswap(&n, x.data(), &kOne, y.data(), &kOne);
-    EXPECT_TRUE(same(x, wx) && same(y, wy)) << n;
+    EXPECT_TRUE(same_bits(x, wx) && same_bits(y, wy)) << n;
   }
 }
 
@@ -113,9 +107,9 @@ TEST(Scal, AbsoluteStepNoTestOnTheFactorAndRscl) {
     e_dscal(&n, &a, x.data(), &inc);
     return x;
   };
-  EXPECT_TRUE(same(scal(3, 2.0, {1, 2, 3, 4}, -1), {2, 4, 6, 4}));  // from x(1) by |inc|
-  EXPECT_TRUE(same(scal(2, 2.0, {3, 5}, 0), {12, 5}));
-  EXPECT_TRUE(same(scal(3, -0.5, {1, S, S, 2, S, S, 3, S}, -3), {-0.5, S, S, -1, S, S, -1.5, S}));
+  EXPECT_TRUE(same_bits(scal(3, 2.0, {1, 2, 3, 4}, -1), {2, 4, 6, 4}));  // from x(1) by |inc|
+  EXPECT_TRUE(same_bits(scal(2, 2.0, {3, 5}, 0), {12, 5}));
+  EXPECT_TRUE(same_bits(scal(3, -0.5, {1, S, S, 2, S, S, 3, S}, -3), {-0.5, S, S, -1, S, S, -1.5, S}));
   const Vec z = scal(3, 0.0, {kNaN, kInf, 7}, 1);
   EXPECT_TRUE(std::isnan(z[0]) && std::isnan(z[1]) && z[2] == 0.0);
   // drscl: a = 0 and a = 1 return at once; otherwise one reciprocal, then products.
@@ -123,9 +117,9 @@ TEST(Scal, AbsoluteStepNoTestOnTheFactorAndRscl) {
     drscl(&n, &a, x.data(), &kOne);
     return x;
   };
-  EXPECT_TRUE(same(rscl(3, 0.0, {1, 2, kSNaN}), {1, 2, kSNaN}));
-  EXPECT_TRUE(same(rscl(3, 1.0, {1, 2, kSNaN}), {1, 2, kSNaN}));
-  EXPECT_TRUE(same(rscl(2, 3.0, {1, 2, 3}), {1.0 / 3.0, 2.0 * (1.0 / 3.0), 3}));
+  EXPECT_TRUE(same_bits(rscl(3, 0.0, {1, 2, kSNaN}), {1, 2, kSNaN}));
+  EXPECT_TRUE(same_bits(rscl(3, 1.0, {1, 2, kSNaN}), {1, 2, kSNaN}));
+  EXPECT_TRUE(same_bits(rscl(2, 3.0, {1, 2, 3}), {1.0 / 3.0, 2.0 * (1.0 / 3.0), 3}));
   for (double v : rscl(2, kNaN, {1, 2})) EXPECT_TRUE(std::isnan(v));
   const qkm_int zero = 0;
   drscl(&zero, nullptr, nullptr, nullptr);
@@ -142,10 +136,10 @@ TEST(UnitStride, AxpyAndScalAreTheScalarStatementOnEveryPath) {
       const double a = -0.3, s = 1.0 / 3.0;
       for (int i = 0; i < n; ++i) want[i] = want[i] + x[i] * a;
       e_daxpy(&n, &a, x.data(), &kOne, y.data(), &kOne);
-      EXPECT_TRUE(same(y, want)) << "axpy level " << level << " n " << n;
+      EXPECT_TRUE(same_bits(y, want)) << "axpy level " << level << " n " << n;
       for (int i = 0; i < n; ++i) want[i] = want[i] * s;
       e_dscal(&n, &s, y.data(), &kOne);
-      EXPECT_TRUE(same(y, want)) << "scal level " << level << " n " << n;
+      EXPECT_TRUE(same_bits(y, want)) << "scal level " << level << " n " << n;
     }
     // y one element past x: each step sees the previous step's result.
     Vec v = random_vector(50, 13), want = v;
@@ -153,7 +147,7 @@ TEST(UnitStride, AxpyAndScalAreTheScalarStatementOnEveryPath) {
     const double a = 0.5;
     for (int i = 0; i < n; ++i) want[i + 1] = want[i + 1] + want[i] * a;
     e_daxpy(&n, &a, v.data(), &kOne, v.data() + 1, &kOne);
-    EXPECT_TRUE(same(v, want)) << "overlapping axpy level " << level;
+    EXPECT_TRUE(same_bits(v, want)) << "overlapping axpy level " << level;
   }
 }
 
@@ -256,7 +250,7 @@ TEST(Rotg, FormOfTheFirstBlas) {
   double a = 5.0, b = 1.0, c = 0, s = 0;  // the exact arithmetic of the first branch
   e_drotg(&a, &b, &c, &s);
   const double v = 1.0 / 10.0, r = std::sqrt(v * v + 0.25) * 10.0, cc = 5.0 / r;
-  EXPECT_TRUE(same({a, b, c, s}, {r, v * (cc + cc), cc, v * (cc + cc)}));
+  EXPECT_TRUE(same_bits({a, b, c, s}, {r, v * (cc + cc), cc, v * (cc + cc)}));
   a = kNaN;  // a NaN makes the test false: the first branch
   e_drotg(&a, &b, &c, &s);
   EXPECT_TRUE(std::isnan(a) && std::isnan(c));

@@ -16,6 +16,8 @@
 
 using qkm_test::bits;
 using qkm_test::is_sentinel;
+using qkm_test::same_bits;
+using qkm_test::uniform;
 using qkm_test::sentinel;
 using Vec = std::vector<double>;
 
@@ -76,21 +78,6 @@ Vec solve(const char *const f[3], const Vec &ap, const Vec &b, int inc, long mar
   return s.values();
 }
 
-Vec random_rhs(int n, unsigned seed) {
-  std::mt19937_64 rng(seed);
-  std::uniform_real_distribution<double> u(-1, 1);
-  Vec b(n);
-  for (auto &e : b) e = u(rng);
-  return b;
-}
-
-::testing::AssertionResult same_bits(const Vec &got, const Vec &want) {
-  for (size_t i = 0; i < want.size(); ++i)
-    if (bits(got[i]) != bits(want[i]))
-      return ::testing::AssertionFailure() << i << ": " << got[i] << " for " << want[i];
-  return ::testing::AssertionSuccess();
-}
-
 // The four paths as the plain statements of the algorithm, x_k at x[(k-1)*inc].
 void plain(const char *const f[3], int n, const Vec &ap, double *x, int inc) {
   const bool upper = f[0][0] == 'U', plain_a = f[1][0] == 'N', nounit = f[2][0] == 'N';
@@ -126,7 +113,7 @@ TEST(Dtpsv, AgreesWithTheReferenceForEveryFlagAndStride) {
   for (int n : {1, 2, 7, 8, 9, 10, 33, 100, 300})
     for (const auto &f : kCombos)
       for (int inc : {1, -1, 2, -2}) {
-        const Vec ap = triangle(n, n), b = random_rhs(n, n + 1);
+        const Vec ap = triangle(n, n), b = uniform(n, n + 1);
         const Vec got = solve(f, ap, b, inc);
         Strided ref(b, inc);
         dtpsv_(f[0], f[1], f[2], &n, ap.data(), ref.x(), &inc, 1, 1, 1);
@@ -146,7 +133,7 @@ TEST(Dtpsv, ShortColumnsFollowThePlainStatementsAtStrideOneAndZero) {
   for (int n = 1; n <= 8; ++n)
     for (const auto &f : kCombos)
       for (int inc : {1, 0}) {
-        const Vec ap = triangle(n, 3 * n), b = random_rhs(n, 4 * n);
+        const Vec ap = triangle(n, 3 * n), b = uniform(n, 4 * n);
         Vec want = b;
         plain(f, n, ap, want.data(), inc);
         Vec x = b;
@@ -160,7 +147,7 @@ TEST(Dtpsv, ShortColumnsFollowThePlainStatementsAtStrideOneAndZero) {
 TEST(Dtpsv, SameBitsOnEveryStrideAlignmentAndLevel) {
   for (int n : {9, 40, 77, 300})
     for (const auto &f : kCombos) {
-      const Vec ap = triangle(n, 5 * n), b = random_rhs(n, 6 * n);
+      const Vec ap = triangle(n, 5 * n), b = uniform(n, 6 * n);
       Vec want;
       {
         qkm_test::SimdLevel lv(qkm::simd::Base);
@@ -179,7 +166,7 @@ TEST(Dtpsv, SameBitsOnEveryStrideAlignmentAndLevel) {
 // Letters in either case; any other letter takes the second branch.
 TEST(Dtpsv, FlagLettersInEitherCaseAndWrongLettersTakeTheSecondBranch) {
   const int n = 12;
-  const Vec ap = triangle(n, 9), b = random_rhs(n, 10);
+  const Vec ap = triangle(n, 9), b = uniform(n, 10);
   const char *const spellings[][2][3] = {
       {{"u", "n", "n"}, {"U", "N", "N"}}, {{"x", "N", "N"}, {"L", "N", "N"}},
       {{"U", "C", "N"}, {"U", "T", "N"}}, {{"L", "t", "N"}, {"L", "T", "N"}},
@@ -213,7 +200,7 @@ TEST(Dtpsv, EdgesOfTheDiagonalAndOfEmptyWork) {
       nan_diag[f[0][0] == 'U' ? j * (j + 1) / 2 - 1 : (j - 1) * (2 * n - j) / 2 + j - 1] =
           std::numeric_limits<double>::quiet_NaN();
     if (f[2][0] == 'U')
-      EXPECT_TRUE(same_bits(solve(f, nan_diag, random_rhs(n, 12), 2), solve(f, ap, random_rhs(n, 12), 2)));
+      EXPECT_TRUE(same_bits(solve(f, nan_diag, uniform(n, 12), 2), solve(f, ap, uniform(n, 12), 2)));
     if (f[1][0] == 'N') {
       const Vec all_nan(ap.size(), std::numeric_limits<double>::quiet_NaN());
       EXPECT_TRUE(same_bits(solve(f, all_nan, Vec(n, 0.0), -1), Vec(n, 0.0)));

@@ -16,15 +16,9 @@ namespace {
 
 using qkm_mesh::SparseRows;
 using qkm_test::bits;
+using qkm_test::same_bits;
+using qkm_test::uniform;
 using Vec = std::vector<double>;
-
-Vec random_block(size_t len, unsigned seed) {
-  std::mt19937_64 rng(seed);
-  std::uniform_real_distribution<double> u(-1, 1);
-  Vec v(len);
-  for (auto &e : v) e = u(rng);
-  return v;
-}
 
 void call(qkm_int kind, const SparseRows &m, qkm_int n, qkm_int nrhs, const Vec &x, Vec &y) {
   const qkm_int nterm = static_cast<qkm_int>(m.a.size());
@@ -69,13 +63,6 @@ void general_plain(const SparseRows &m, const double *x, double *y) {
   }
 }
 
-::testing::AssertionResult same_bits(const Vec &got, const Vec &want) {
-  for (size_t i = 0; i < want.size(); ++i)
-    if (bits(got[i]) != bits(want[i]))
-      return ::testing::AssertionFailure() << i << ": " << got[i] << " for " << want[i];
-  return ::testing::AssertionSuccess();
-}
-
 }  // namespace
 
 // a11 = 2, a21 = 3, a22 = 5, x = (7, 11, 13, 17, 19, 23); 99 marks an element left alone.
@@ -110,7 +97,7 @@ TEST(Eaxmvm, WorkedCases) {
 TEST(Eaxmvm, SweepsOfFourEqualSingleVectorCallsBitForBit) {
   const SparseRows m = qkm_mesh::hex_laplacian(6, 5, 4, true);
   const int n = m.nrow;
-  const Vec x = random_block(static_cast<size_t>(n) * 9, 1);
+  const Vec x = uniform(static_cast<size_t>(n) * 9, 1);
   Vec want(x.size());
   for (int r = 0; r < 9; ++r) symmetric_plain(m, n, x.data() + r * n, want.data() + r * n);
   for (int level : qkm_test::simd_levels()) {
@@ -152,7 +139,7 @@ TEST(Eaxmvm, GeneralRowsFollowTheirFixedSplitOnEveryLevel) {
         std::copy(v.begin(), v.end(), m.a.begin() + p);
       }
     }
-    const Vec x = random_block(static_cast<size_t>(n) * 3 + 1, 2);
+    const Vec x = uniform(static_cast<size_t>(n) * 3 + 1, 2);
     Vec want(x.size(), 99);
     for (int r = 0; r < 3; ++r) general_plain(m, x.data() + 1 + r * n, want.data() + 1 + r * n);
     for (int level : qkm_test::simd_levels()) {
@@ -180,7 +167,7 @@ TEST(Eaxmvm, MeshLaplacianAgreesWithTheDenseProduct) {
     dense[i + static_cast<size_t>(i) * n] = full.a[d];
     p = d + 1;
   }
-  Vec x = random_block(static_cast<size_t>(n) * nrhs, 3);
+  Vec x = uniform(static_cast<size_t>(n) * nrhs, 3);
   std::fill(x.begin(), x.begin() + n, 1.0);
   Vec ys(x.size()), yg(x.size()), yd(x.size());
   call(1, lower, n, nrhs, x, ys);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,24 @@ inline double sentinel() {
   return v;
 }
 inline bool is_sentinel(double v) { return bits(v) == bits(sentinel()); }
+
+// n values uniform in [-1, 1) from a fixed seed: the same sequence on every run and compiler.
+inline std::vector<double> uniform(std::size_t n, unsigned seed) {
+  std::mt19937_64 rng(seed);
+  std::uniform_real_distribution<double> u(-1, 1);
+  std::vector<double> v(n);
+  for (auto &x : v) x = u(rng);
+  return v;
+}
+
+// Element by element equal in every bit; the first difference is named.
+inline ::testing::AssertionResult same_bits(const std::vector<double> &got,
+                                            const std::vector<double> &want) {
+  for (std::size_t i = 0; i < want.size(); ++i)
+    if (bits(got[i]) != bits(want[i]))
+      return ::testing::AssertionFailure() << i << ": " << got[i] << " for " << want[i];
+  return ::testing::AssertionSuccess();
+}
 
 // The instruction-set levels this machine can run; the tests repeat their checks on each. A
 // level the machine cannot run is reported as skipped (printed, and recorded as the test's

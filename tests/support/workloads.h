@@ -9,18 +9,13 @@
 #include <vector>
 
 #include "kernels.h"
+#include "support/bits.h"
 
 namespace qkm_test::workloads {
 
 using Vec = std::vector<double>;
 
-inline Vec uniform(std::size_t n, unsigned seed) {
-  std::mt19937_64 rng(seed);
-  std::uniform_real_distribution<double> u(-1, 1);
-  Vec v(n);
-  for (auto &x : v) x = u(rng);
-  return v;
-}
+using qkm_test::uniform;
 
 // B*B^T/n + I, packed by rows (element (i,j), j <= i, at i(i-1)/2 + j).
 inline Vec spd_packed(int n, unsigned seed) {
