@@ -36,19 +36,27 @@ void cell_corners(const Box &b, int i, int j, int k, qkm_int c[8]) {
   c[7] = id(i, j + 1, k + 1);
 }
 
-}  // namespace
-
-Mesh make_box(const Box &b) {
-  Mesh m = box_nodes(b);
-  m.cell = Cell::Hex8;
+// Calls f with the corners of every cell, x fastest, then y, then z.
+template <class F>
+void each_cell(const Box &b, F &&f) {
   for (int k = 0; k < b.nz; ++k)
     for (int j = 0; j < b.ny; ++j)
       for (int i = 0; i < b.nx; ++i) {
         qkm_int c[8];
         cell_corners(b, i, j, k, c);
-        m.econn.insert(m.econn.end(), c, c + 8);
-        m.eptr.push_back(static_cast<qkm_int>(m.econn.size()));
+        f(c);
       }
+}
+
+}  // namespace
+
+Mesh make_box(const Box &b) {
+  Mesh m = box_nodes(b);
+  m.cell = Cell::Hex8;
+  each_cell(b, [&](const qkm_int c[8]) {
+    m.econn.insert(m.econn.end(), c, c + 8);
+    m.eptr.push_back(static_cast<qkm_int>(m.econn.size()));
+  });
   return m;
 }
 
@@ -59,16 +67,12 @@ Mesh make_box_tets(const Box &b) {
                                   {0, 7, 4, 6}, {0, 4, 5, 6}, {0, 5, 1, 6}};
   Mesh m = box_nodes(b);
   m.cell = Cell::Tet4;
-  for (int k = 0; k < b.nz; ++k)
-    for (int j = 0; j < b.ny; ++j)
-      for (int i = 0; i < b.nx; ++i) {
-        qkm_int c[8];
-        cell_corners(b, i, j, k, c);
-        for (const auto &t : kTets) {
-          for (int v : t) m.econn.push_back(c[v]);
-          m.eptr.push_back(static_cast<qkm_int>(m.econn.size()));
-        }
-      }
+  each_cell(b, [&](const qkm_int c[8]) {
+    for (const auto &t : kTets) {
+      for (int v : t) m.econn.push_back(c[v]);
+      m.eptr.push_back(static_cast<qkm_int>(m.econn.size()));
+    }
+  });
   return m;
 }
 
