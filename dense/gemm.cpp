@@ -31,6 +31,7 @@
 // same on every instruction set. No fused multiply-add anywhere.
 #include <immintrin.h>
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -282,26 +283,76 @@ QKM_INLINE void single(const Block &k, int i, int j) {
 //
 // Register tiles: the level's budget of RV x NR vectors of sums is spent on wider tiles
 // when a strip of rows is short (12 columns by one vector on AVX-512, 6 by two, 4 by three,
-// 3 by four), so that few rows still give many independent sums per loaded row vector.
-template <int L, bool Neg, bool UnitJ>
-QKM_INLINE void sweep(const Block &k) {
+// 3 by four), so that few rows still give many independent sums per loaded row vector. With
+// the columns of B side by side (UnitJ) the strips on AVX-512 are two row vectors by six
+// columns, the fastest shape when the six column offsets are constants of the loop (measured
+// 8% over four by three at m = n = k = 100), and an odd count of row vectors ends with a
+// strip of three by four.
+//
+// With Pack, each strip of A is first copied into `pack` (its rows side by side for every
+// position, MX doubles apart) and all its column tiles read the copy.
+template <int L, bool Neg, bool UnitJ, bool Pack = false>
+QKM_INLINE void sweep(const Block &k, double *pack = nullptr) {
   using T = qkm::simd::Traits<L>;
   using V = typename T::V;
-  constexpr int RV = T::tile_rows, NR = T::tile_cols, W = lanes<V>, MR = RV * W;
+  constexpr bool wide = lanes<V> == 8 && UnitJ;
+  constexpr int RV = wide ? 2 : T::tile_rows, NR = wide ? 6 : T::tile_cols, W = lanes<V>;
+  constexpr int RX = wide ? 3 : RV, MX = RX * W;
   const int nb4 = k.nb & ~3, mm4 = k.mm & ~3;
-  for (int i = 0; i < k.mm; i += MR) {
-    const int h = k.mm - i < MR ? k.mm - i : MR;
-    const int rv = (h + W - 1) / W, last = h - (rv - 1) * W;
-    qkm::with_count<1, RV>(rv, [&](auto r) QKM_INLINE_LAMBDA {
+  for (int i = 0; i < k.mm;) {
+    int h, rv;
+    if constexpr (RX == RV) {
+      h = k.mm - i < RV * W ? k.mm - i : RV * W;
+      rv = (h + W - 1) / W;
+    } else {
+      const int left = (k.mm - i + W - 1) / W;  // row vectors left
+      rv = left == RX ? RX : left < RV ? left : RV;
+      h = k.mm - i < rv * W ? k.mm - i : rv * W;
+    }
+    const int last = h - (rv - 1) * W;
+    qkm::with_count<1, RX>(rv, [&](auto r) QKM_INLINE_LAMBDA {
       constexpr int R = decltype(r)::value, N = RV * NR / R;
-      for (int j = 0; j < nb4; j += N) tile_nr<V, R, N, Neg, UnitJ>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+      if constexpr (Pack) {
+        const double *src = k.a + i;
+        for (int p = 0; p < k.kk; ++p)
+          for (int q = 0; q < R; ++q)
+            vstore<V>(pack + p * MX + q * W, q == R - 1 ? load_row<V>(src + p * k.ap + q * W, last)
+                                                        : vload<V>(src + p * k.ap + q * W));
+        Block ks = k;
+        ks.a = pack;
+        ks.ap = MX;
+        ks.c = k.c + i;
+        for (int j = 0; j < nb4; j += N)
+          tile_nr<V, R, N, Neg, UnitJ>(ks, 0, j, nb4 - j < N ? nb4 - j : N, last);
+      } else {
+        for (int j = 0; j < nb4; j += N)
+          tile_nr<V, R, N, Neg, UnitJ>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+      }
     });
+    i += h;
   }
   if (nb4 == k.nb) return;
   for (int j = nb4; j < k.nb; j += NR)
     column_group<V, RV, NR, Neg, UnitJ>(k, mm4, j, k.nb - j < NR ? k.nb - j : NR);
   for (int j = nb4; j < k.nb; ++j)
     for (int i = mm4; i < k.mm; ++i) single<Neg>(k, i, j);
+}
+
+// Whether a strip of A read in place crowds the first-level cache (48 KiB, 12 ways of 64
+// sets of 64-byte lines on the machines measured). Its columns lie lda doubles apart: with
+// lda a multiple of 64 doubles (512 bytes) they all start in the same 8 sets or fewer, and
+// with the 4 lines a 32-row column spans, a strip of `depth` positions meets only 32 sets or
+// fewer. Beyond 10 lines a set (2 ways left for B and C) it no longer stays in the cache
+// from one column tile to the next: measured at m = n = 64, k = 100, lda = 64, 60 against
+// 94 GFLOP/s when copied; at k = 64 (8 lines a set) the copy costs 7%. The narrower strips
+// of the other levels take the same rule.
+QKM_INLINE bool crowds_l1(int64_t lda, int depth) {
+  // Sets where columns start: 4096 / gcd(8 lda, 4096), lda >= 1.
+  const int tz = std::countr_zero(static_cast<uint64_t>(lda));
+  const int starts = 512 >> (tz < 9 ? tz : 9);
+  // A strip deeper than the cache holds gains nothing from a copy when its columns already
+  // spread over all the sets.
+  return starts < 16 && depth * 4 > 10 * (starts * 4);
 }
 
 // abuf := x * op(A)(i0+i, p0+p) (x = alpha, or no multiplication when scale is false).
@@ -377,7 +428,8 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
   }
   for (int j0 = 0; j0 < g.n; j0 += nbmax) {
     k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
-    const bool copy_a = !a_in_place || k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
+    const bool copy_a = !a_in_place || crowds_l1(g.lda, g.k < gemm_kb ? g.k : gemm_kb) ||
+                        k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
     for (int p0 = 0; p0 < g.k; p0 += gemm_kb) {
       k.kk = g.k - p0 < gemm_kb ? g.k - p0 : gemm_kb;
       k.s = p0 == 0 ? g.beta : 1.0;
@@ -443,14 +495,29 @@ template <int L>
 QKM_INLINE void direct_body(const Args &g) {
   const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
                 g.c, g.ldc, g.beta};
-  // B read through its rows has the columns of a tile side by side: their offsets are
-  // constants of the loop.
   if (g.alpha < 0.0)
     g.notb ? sweep<L, true, false>(k) : sweep<L, true, true>(k);
   else
     g.notb ? sweep<L, false, false>(k) : sweep<L, false, true>(k);
 }
 QKM_VARIANTS(void, direct, (const Args &g), (g))
+
+// The same with each strip of A copied first (see packs_a), into bbuf, which the direct path
+// does not otherwise use: a strip of 32 rows at the largest depth takes 8,192 of its 10,000
+// doubles. A function of its own, so that the small products keep their short one.
+template <int L>
+QKM_INLINE void direct_packed_body(const Args &g) {
+  const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
+                g.c, g.ldc, g.beta};
+  double *const pk = bbuf;
+  if (g.alpha < 0.0)
+    g.notb ? sweep<L, true, false, true>(k, pk) : sweep<L, true, true, true>(k, pk);
+  else
+    g.notb ? sweep<L, false, false, true>(k, pk) : sweep<L, false, true, true>(k, pk);
+}
+QKM_VARIANTS(void, direct_packed, (const Args &g), (g))
+
+QKM_INLINE bool packs_a(const Args &g) { return g.n >= 8 && crowds_l1(g.lda, g.k); }
 
 inline bool is_n(char f) { return f == 'N' || f == 'n'; }
 inline bool is_t(char f) { return f == 'T' || f == 't' || f == 'C' || f == 'c'; }
@@ -516,7 +583,7 @@ extern "C" void eagemm(const char *transa, const char *transb, const qkm_int *m,
   g.c = c;
   g.ldc = *ldc;
   if (direct_pays(g))
-    direct(g);
+    packs_a(g) ? direct_packed(g) : direct(g);
   else
     product(g);
 }

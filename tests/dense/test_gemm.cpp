@@ -324,3 +324,20 @@ TEST(Gemm, DirectPathTileEdgesAndDepthBlocks) {
         EXPECT_TRUE(matches(cs));
       }
 }
+
+// A read in place with a leading dimension of a multiple of 64 doubles is copied strip by
+// strip once its columns crowd the first-level cache: leading dimensions of 64, 128 and 512
+// on both sides of the depth where the copy starts, on the direct path (rows below 128,
+// strips of every height) and on the blocked one (128 rows and more, or a depth beyond 256).
+TEST(Gemm, CopiedStripsOfACrowdedLeadingDimension) {
+  unsigned seed = 5000;
+  int turn = 0;
+  for (const char *f : {"NN", "NT"})
+    for (auto [m, ld] : {std::pair{64, 64}, {24, 64}, {41, 128}, {100, 128}, {7, 512}, {130, 256}})
+      for (int k : {9, 64, 65, 100, 101, 257})
+        for (int n : {8, 13, 60}) {
+          const double alpha = turn++ % 2 ? 1.0 : -1.0;
+          Case cs(f[0], f[1], m, n, k, alpha, 0.5, ld - m, seed++);
+          EXPECT_TRUE(matches(cs));
+        }
+}
