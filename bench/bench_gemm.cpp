@@ -126,6 +126,9 @@ int main(int argc, char **argv) {
     // The updates of a front: a thin inner dimension, and a tall block.
     add(std::string("eagemm/") + flags + "/m:200/n:200/k:24", flags, 200, 200, 24);
     add(std::string("eagemm/") + flags + "/m:2000/n:100/k:100", flags, 2000, 100, 100);
+    // A block whose leading dimension is a power of two (lda = m = 128), as a front stored
+    // in a power-of-two frame gives.
+    add(std::string("eagemm/") + flags + "/m:128/n:96/k:100", flags, 128, 96, 100);
   }
   return qkm_bench::run_main(argc, argv);
 }
