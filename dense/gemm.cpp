@@ -8,7 +8,8 @@
 // Only the depth blocks and the place of an element in C decide its rounding: the row and
 // column panels (all multiples of 4 but the last) may be walked in any order and shape. The
 // copies are made only where they pay: op(A) not transposed is read in place for narrow
-// column panels, and the operand that carries alpha is read in place when alpha is 1 or -1.
+// column panels (unless its leading dimension crowds the first-level cache, see crowds_l1),
+// and the operand that carries alpha is read in place when alpha is 1 or -1.
 // Since every panel but the last starts at a multiple of 4, the 1x1 elements below are those
 // of rows m - m%4 .. m-1 in columns n - n%4 .. n-1 of C, whatever the panels: the direct path
 // (see direct_pays) treats all of C as one panel of the whole depth, and its tiles cut the
