@@ -301,16 +301,9 @@ QKM_INLINE void sweep(const Block &k, double *pack = nullptr) {
   constexpr int RX = wide ? 3 : RV, MX = RX * W;
   const int nb4 = k.nb & ~3, mm4 = k.mm & ~3;
   for (int i = 0; i < k.mm;) {
-    int h, rv;
-    if constexpr (RX == RV) {
-      h = k.mm - i < RV * W ? k.mm - i : RV * W;
-      rv = (h + W - 1) / W;
-    } else {
-      const int left = (k.mm - i + W - 1) / W;  // row vectors left
-      rv = left == RX ? RX : left < RV ? left : RV;
-      h = k.mm - i < rv * W ? k.mm - i : rv * W;
-    }
-    const int last = h - (rv - 1) * W;
+    const int left = (k.mm - i + W - 1) / W;  // row vectors left
+    const int rv = left == RX ? RX : left < RV ? left : RV;
+    const int h = k.mm - i < rv * W ? k.mm - i : rv * W, last = h - (rv - 1) * W;
     qkm::with_count<1, RX>(rv, [&](auto r) QKM_INLINE_LAMBDA {
       constexpr int R = decltype(r)::value, N = RV * NR / R;
       if constexpr (Pack) {
@@ -427,9 +420,10 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
     k.bp = gemm_kb;
     k.bj = 1;
   }
+  const bool crowded = a_in_place && crowds_l1(g.lda, g.k < gemm_kb ? g.k : gemm_kb);
   for (int j0 = 0; j0 < g.n; j0 += nbmax) {
     k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
-    const bool copy_a = !a_in_place || crowds_l1(g.lda, g.k < gemm_kb ? g.k : gemm_kb) ||
+    const bool copy_a = !a_in_place || crowded ||
                         k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
     for (int p0 = 0; p0 < g.k; p0 += gemm_kb) {
       k.kk = g.k - p0 < gemm_kb ? g.k - p0 : gemm_kb;
@@ -492,30 +486,30 @@ QKM_INLINE bool direct_pays(const Args &g) {
          g.n < gemm_copy_a_from && g.m < gemm_direct_m;
 }
 
+// Both operands in place; with Pack, each strip of A copied first (see packs_a) into bbuf,
+// which the direct path does not otherwise use: a strip of 32 rows at the largest depth takes
+// 8,192 of its 10,000 doubles. Two variant functions, so that the small products keep their
+// short one.
+template <int L, bool Pack>
+QKM_INLINE void direct_sweep(const Args &g) {
+  const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
+                g.c, g.ldc, g.beta};
+  double *pk = nullptr;
+  if constexpr (Pack) pk = bbuf;
+  if (g.alpha < 0.0)
+    g.notb ? sweep<L, true, false, Pack>(k, pk) : sweep<L, true, true, Pack>(k, pk);
+  else
+    g.notb ? sweep<L, false, false, Pack>(k, pk) : sweep<L, false, true, Pack>(k, pk);
+}
 template <int L>
 QKM_INLINE void direct_body(const Args &g) {
-  const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
-                g.c, g.ldc, g.beta};
-  if (g.alpha < 0.0)
-    g.notb ? sweep<L, true, false>(k) : sweep<L, true, true>(k);
-  else
-    g.notb ? sweep<L, false, false>(k) : sweep<L, false, true>(k);
+  direct_sweep<L, false>(g);
 }
-QKM_VARIANTS(void, direct, (const Args &g), (g))
-
-// The same with each strip of A copied first (see packs_a), into bbuf, which the direct path
-// does not otherwise use: a strip of 32 rows at the largest depth takes 8,192 of its 10,000
-// doubles. A function of its own, so that the small products keep their short one.
 template <int L>
 QKM_INLINE void direct_packed_body(const Args &g) {
-  const Block k{g.m, g.n, g.k, g.a, g.lda, g.b, g.notb ? 1 : g.ldb, g.notb ? g.ldb : 1,
-                g.c, g.ldc, g.beta};
-  double *const pk = bbuf;
-  if (g.alpha < 0.0)
-    g.notb ? sweep<L, true, false, true>(k, pk) : sweep<L, true, true, true>(k, pk);
-  else
-    g.notb ? sweep<L, false, false, true>(k, pk) : sweep<L, false, true, true>(k, pk);
+  direct_sweep<L, true>(g);
 }
+QKM_VARIANTS(void, direct, (const Args &g), (g))
 QKM_VARIANTS(void, direct_packed, (const Args &g), (g))
 
 QKM_INLINE bool packs_a(const Args &g) { return g.n >= 8 && crowds_l1(g.lda, g.k); }
