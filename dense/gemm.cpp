@@ -48,7 +48,7 @@ namespace {
 
 constexpr int gemm_mb = 32;           // rows of op(A) in one row panel
 constexpr int gemm_kb = 100;          // inner positions in one depth block
-constexpr int gemm_nb_direct = 1024;  // columns of C per column panel, B read in place
+constexpr int gemm_nb_direct = 512;   // columns of C per column panel, B read in place
 constexpr int gemm_nb_packed = 100;   // columns of C per column panel, B copied
 
 // Below this many columns in a column panel, a row panel of A that could be read in place is
@@ -64,6 +64,9 @@ constexpr int gemm_direct_k = 256;
 // strip of them read in place crowds a few sets of the first-level cache (measured at 2000
 // rows: the copy into abuf is faster).
 constexpr int gemm_direct_m = 128;
+
+// Elements of C and A from which their panels are fetched ahead (see blocked): 4 MiB.
+constexpr int64_t gemm_far = int64_t{1} << 19;
 
 // The panels, one pair per thread.
 //  abuf: element (i,p) of the row panel at abuf[p*gemm_mb + i]: for each inner position the
@@ -154,6 +157,11 @@ struct Block {
   double *c;  // c(i,j) at c[i + j*ldc]
   int64_t ldc;
   double s;  // factor of C at the start: beta in the first depth block, 1.0 in the later ones
+  // Fetched ahead by a sweep with Ahead, one run per column tile: pf_n runs of pf_len
+  // doubles, pf_ld apart.
+  const double *pf = nullptr;
+  int64_t pf_ld = 0;
+  int pf_n = 0, pf_len = 0;
 };
 
 // v := v + x*y, or v - x*y when alpha = -1 sits on an operand read in place: x*(-y) is
@@ -292,7 +300,7 @@ QKM_INLINE void single(const Block &k, int i, int j) {
 //
 // With Pack, each strip of A is first copied into `pack` (its rows side by side for every
 // position, MX doubles apart) and all its column tiles read the copy.
-template <int L, bool Neg, bool UnitJ, bool Pack = false>
+template <int L, bool Neg, bool UnitJ, bool Pack = false, bool Ahead = false>
 QKM_INLINE void sweep(const Block &k, double *pack = nullptr) {
   using T = qkm::simd::Traits<L>;
   using V = typename T::V;
@@ -319,8 +327,25 @@ QKM_INLINE void sweep(const Block &k, double *pack = nullptr) {
         for (int j = 0; j < nb4; j += N)
           tile_nr<V, R, N, Neg, UnitJ>(ks, 0, j, nb4 - j < N ? nb4 - j : N, last);
       } else {
-        for (int j = 0; j < nb4; j += N)
+        for (int j = 0; j < nb4; j += N) {
+          if constexpr (Ahead) {
+            // The part of C the next tile starts from: a large C comes from memory, and
+            // its first additions would otherwise wait for it.
+            const double *cn = k.c + i + static_cast<int64_t>(j + N) * k.ldc;
+            for (int jj = 0; jj < N && j + N + jj < k.nb; ++jj, cn += k.ldc) {
+              for (int q = 0; q < R; ++q) __builtin_prefetch(cn + q * W, 0, 3);
+              __builtin_prefetch(cn + h - 1, 0, 3);
+            }
+            // One run of what the next copy will read, spread over the tiles.
+            const int t = j / N;
+            if (t < k.pf_n) {
+              const double *r = k.pf + t * k.pf_ld;
+              for (int q = 0; q < k.pf_len; q += 8) __builtin_prefetch(r + q, 0, 2);
+              __builtin_prefetch(r + k.pf_len - 1, 0, 2);
+            }
+          }
           tile_nr<V, R, N, Neg, UnitJ>(k, i, j, nb4 - j < N ? nb4 - j : N, last);
+        }
       }
     });
     i += h;
@@ -421,6 +446,10 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
     k.bj = 1;
   }
   const bool crowded = a_in_place && crowds_l1(g.lda, g.k < gemm_kb ? g.k : gemm_kb);
+  // Operands beyond the second-level cache come back from farther for every depth block and
+  // column panel: the sweep then fetches the part of C of its next tile ahead, and the copy
+  // of a row panel of A the next one (measured at m = n = 2000).
+  const bool far = static_cast<int64_t>(g.m) * (g.n + g.k) > gemm_far;
   for (int j0 = 0; j0 < g.n; j0 += nbmax) {
     k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
     const bool copy_a = !a_in_place || crowded ||
@@ -441,6 +470,16 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
       for (int i0 = 0; i0 < g.m; i0 += gemm_mb) {
         k.mm = g.m - i0 < gemm_mb ? g.m - i0 : gemm_mb;
         const double *a0 = g.a + i0 * ai + p0 * ap;
+        if (far && i0 + 2 * gemm_mb <= g.m) {
+          // The next row panel of A, run by run: nota, its kk columns of 32 rows; else its
+          // 32 rows of kk positions.
+          k.pf = a0 + gemm_mb * ai;
+          k.pf_ld = g.lda;
+          k.pf_n = g.nota ? k.kk : gemm_mb;
+          k.pf_len = g.nota ? gemm_mb : k.kk;
+        } else {
+          k.pf_n = 0;
+        }
         if (copy_a) {
           if (ab == nullptr) ab = abuf;
           if (g.notb && ax != 1.0 && !Neg)
@@ -454,7 +493,10 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
           k.ap = g.lda;
         }
         k.c = g.c + i0 + j0 * g.ldc;
-        sweep<L, Neg, false>(k);
+        if (far)
+          sweep<L, Neg, false, false, true>(k);
+        else
+          sweep<L, Neg, false>(k);
       }
     }
   }

@@ -180,8 +180,16 @@ TEST(Gemm, EveryBlockBoundaryAndTileEdgeOnEveryPath) {
         for (int mn : {7, 33})
           EXPECT_TRUE(matches(Case(f[0], f[1], mn, mn - 1, k, -alpha, 0.6, 2, seed++)));
     }
-  for (int n : {1023, 1024, 1025, 1031})  // column panels of B read in place
+  for (int n : {511, 512, 513, 1031})  // column panels of B read in place
     for (const char *f : {"NN", "NT"}) EXPECT_TRUE(matches(Case(f[0], f[1], 33, n, 101, 1.0, 0.5, 1, seed++)));
+}
+
+// Products large enough that the sweep fetches C and the next panel of A ahead: the same
+// bits, with A in place and transposed, across the last full row panel.
+TEST(Gemm, LargeProductsFetchingAhead) {
+  unsigned seed = 900;
+  for (const char *f : {"NN", "TN", "NT"})
+    EXPECT_TRUE(matches(Case(f[0], f[1], 613, 700, 201, f[0] == 'T' ? 0.7 : 1.0, 0.5, 1, seed++)));
 }
 
 TEST(Gemm, AlphaAndBetaZeroOneOtherAndNaN) {
