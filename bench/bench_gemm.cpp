@@ -1,8 +1,9 @@
 // eagemm against dgemm of OpenBLAS (one thread, its fastest kernel for the processor) and of
 // the reference BLAS: square products at the sizes a solver's element and front blocks have
 // and beyond, op(B) = B ("NN") and op(B) = B^T ("NT"), the rectangular shapes of a front
-// update, C := 1.0 * op(A) * op(B) + 0.5 * C; and the unfused multiply/add peak of the
-// machine ("peak/qkm"), against which the table reports each product's share.
+// update, C := 1.0 * op(A) * op(B) + 0.5 * C (alpha = 0.7 for the copied panels of B^T);
+// and the unfused multiply/add peak of the machine ("peak/qkm"), against which the table
+// reports each product's share.
 //
 // The machine is shared with other work: each product is timed by the CPU time of the
 // calling thread (manual timing), so that time slices given to other processes do not count.
@@ -30,7 +31,7 @@ double now() {
 
 int batch_of(double flops) { return flops < 4e6 ? static_cast<int>(4e6 / flops) : 1; }
 
-void run(benchmark::State &st, gemm_t f, const char *flags, int m, int n, int k) {
+void run(benchmark::State &st, gemm_t f, const char *flags, int m, int n, int k, double alpha) {
   const int lda = flags[0] == 'N' ? m : k, ldb = flags[1] == 'N' ? k : n;
   std::vector<double> a(static_cast<size_t>(m) * k), b(static_cast<size_t>(k) * n),
       c(static_cast<size_t>(m) * n);
@@ -38,7 +39,7 @@ void run(benchmark::State &st, gemm_t f, const char *flags, int m, int n, int k)
   std::uniform_real_distribution<double> d(-1, 1);
   for (auto *v : {&a, &b, &c})
     for (auto &x : *v) x = d(rng);
-  const double alpha = 1.0, beta = 0.5;  // beta < 1 keeps C bounded over the iterations
+  const double beta = 0.5;  // beta < 1 keeps C bounded over the iterations
   // Reading the thread's CPU time costs about a microsecond: small products are timed in
   // batches of about 4 million floating-point operations, and the time of one is reported.
   const double flops = 2.0 * m * n * static_cast<double>(k);
@@ -98,21 +99,21 @@ void peak(benchmark::State &st) {
 // A fixed number of rounds per case, about 2e9 floating-point operations in all (the manual
 // time of a batched round is that of one product, so the library's own estimate would
 // run far too many).
-void add(const std::string &cs, const char *flags, int m, int n, int k) {
+void add(const std::string &cs, const char *flags, int m, int n, int k, double alpha = 1.0) {
   const double flops = 2.0 * m * n * static_cast<double>(k);
   const auto rounds = static_cast<benchmark::IterationCount>(
       std::max(1.0, 2e9 / (flops * batch_of(flops))));
   benchmark::RegisterBenchmark((cs + "/qkm").c_str(), [=](benchmark::State &st) {
-    run(st, eagemm, flags, m, n, k);
+    run(st, eagemm, flags, m, n, k, alpha);
   })->UseManualTime()->Iterations(rounds);
   benchmark::RegisterBenchmark((cs + "/openblas").c_str(), [=](benchmark::State &st) {
-    run(st, qkm_bench::sym<gemm_t>(qkm_bench::openblas(), "dgemm_"), flags, m, n, k);
+    run(st, qkm_bench::sym<gemm_t>(qkm_bench::openblas(), "dgemm_"), flags, m, n, k, alpha);
   })->UseManualTime()->Iterations(rounds);
   // The reference BLAS runs ten times slower: a tenth of the rounds, and none at the largest
   // sizes, where one product takes seconds.
   if (flops > 4e8) return;
   benchmark::RegisterBenchmark((cs + "/refblas").c_str(), [=](benchmark::State &st) {
-    run(st, qkm_bench::sym<gemm_t>(qkm_bench::refblas(), "dgemm_"), flags, m, n, k);
+    run(st, qkm_bench::sym<gemm_t>(qkm_bench::refblas(), "dgemm_"), flags, m, n, k, alpha);
   })->UseManualTime()->Iterations(std::max<benchmark::IterationCount>(1, rounds / 10));
 }
 
@@ -130,5 +131,7 @@ int main(int argc, char **argv) {
     // in a power-of-two frame gives.
     add(std::string("eagemm/") + flags + "/m:128/n:96/k:100", flags, 128, 96, 100);
   }
+  // alpha other than 1 or -1 with B^T: B goes through its copied 100-column panels.
+  for (int n : {500, 2000}) add("eagemm/NT/alpha:0.7/n:" + std::to_string(n), "NT", n, n, n, 0.7);
   return qkm_bench::run_main(argc, argv);
 }

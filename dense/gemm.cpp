@@ -450,11 +450,19 @@ QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
   // column panel: the sweep then fetches the part of C of its next tile ahead, and the copy
   // of a row panel of A the next one (measured at m = n = 2000).
   const bool far = static_cast<int64_t>(g.m) * (g.n + g.k) > gemm_far;
-  for (int j0 = 0; j0 < g.n; j0 += nbmax) {
-    k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
-    const bool copy_a = !a_in_place || crowded ||
-                        k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
-    for (int p0 = 0; p0 < g.k; p0 += gemm_kb) {
+  // Column panels outermost when B is read in place (its 512-column panels re-read A
+  // seldom); depth blocks outermost when B is copied into its 100-column panels, so that a
+  // depth block of A (m by 100) is read again for the next panel while it is still near,
+  // instead of all of A once per panel (measured 5% at m = n = k = 2000; the other order
+  // measured 3% slower with B in place).
+  const int npanels = (g.n + nbmax - 1) / nbmax, nblocks = (g.k + gemm_kb - 1) / gemm_kb;
+  const int outer = b_in_place ? npanels : nblocks, inner = b_in_place ? nblocks : npanels;
+  for (int u = 0; u < outer; ++u) {
+    for (int v = 0; v < inner; ++v) {
+      const int j0 = (b_in_place ? u : v) * nbmax, p0 = (b_in_place ? v : u) * gemm_kb;
+      k.nb = g.n - j0 < nbmax ? g.n - j0 : nbmax;
+      const bool copy_a = !a_in_place || crowded ||
+                          k.nb >= (g.notb ? gemm_copy_a_from : gemm_copy_a_from_t);
       k.kk = g.k - p0 < gemm_kb ? g.k - p0 : gemm_kb;
       k.s = p0 == 0 ? g.beta : 1.0;
       if (b_in_place) {

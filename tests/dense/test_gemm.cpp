@@ -184,10 +184,14 @@ TEST(Gemm, EveryBlockBoundaryAndTileEdgeOnEveryPath) {
     for (const char *f : {"NN", "NT"}) EXPECT_TRUE(matches(Case(f[0], f[1], 33, n, 101, 1.0, 0.5, 1, seed++)));
 }
 
-// Products large enough that the sweep fetches C and the next panel of A ahead: the same
-// bits, with A in place and transposed, across the last full row panel.
-TEST(Gemm, LargeProductsFetchingAhead) {
+// Several column panels by several depth blocks, in both orders of the two (B copied: depth
+// blocks outermost), and products large enough that the sweep fetches C and the next panel
+// of A ahead: the same bits, with A in place and transposed, across the last full row panel.
+TEST(Gemm, PanelOrderAndLargeProductsFetchingAhead) {
   unsigned seed = 900;
+  for (const char *f : {"NN", "NT", "TC"})
+    for (double alpha : {1.0, 0.7})
+      EXPECT_TRUE(matches(Case(f[0], f[1], 45, 250, 201, alpha, 0.5, 1, seed++)));
   for (const char *f : {"NN", "TN", "NT"})
     EXPECT_TRUE(matches(Case(f[0], f[1], 613, 700, 201, f[0] == 'T' ? 0.7 : 1.0, 0.5, 1, seed++)));
 }
