@@ -112,7 +112,11 @@ QKM_INLINE void n_rows_scalar(const NArgs &g, int64_t i0, int cnt) {
 
 template <int L>
 QKM_INLINE void n_run_body(const NArgs &g) {
-  constexpr int B = qkm::simd::Traits<L>::width / 2 > 0 ? qkm::simd::Traits<L>::width / 2 : 1;
+  // Strips of B vectors of eight rows: 64 rows (16 sums in registers) on AVX-512, where the
+  // longer run read from each column per visit measured 6-10% faster for a matrix streaming
+  // from memory (m = n = 4000) and for short wide ones; half a register file elsewhere.
+  constexpr int W = qkm::simd::Traits<L>::width;
+  constexpr int B = W == 8 ? 8 : W / 2 > 0 ? W / 2 : 1;
   int64_t i = 0;
   if (g.incy == 0) {
     // Every row meets the same element: strips of four as described.
@@ -120,6 +124,14 @@ QKM_INLINE void n_run_body(const NArgs &g) {
     return;
   }
   for (; i + 8 * B <= g.rows; i += 8 * B) n_block<B>(g, i);
+  // The vectors left over as one strip: each strip walks all columns once.
+  if constexpr (B > 1)
+    if (const int left = static_cast<int>((g.rows - i) / 8); left > 0) {
+      qkm::with_count<1, B - 1>(left, [&](auto r) QKM_INLINE_LAMBDA {
+        n_block<decltype(r)::value>(g, i);
+      });
+      i += 8 * left;
+    }
   for (; i + 8 <= g.rows; i += 8) n_block<1>(g, i);
   for (; i < g.rows; i += 4) n_rows_scalar(g, i, g.rows - i < 4 ? int(g.rows - i) : 4);
 }
