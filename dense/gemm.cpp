@@ -1,7 +1,7 @@
 // eagemm: C := alpha * op(A) * op(B) + beta * C, blocked through two per-thread panels.
 //
 // Blocking (fixed): row panels of 32 rows of op(A), depth blocks of 100 inner positions,
-// column panels of 1024 columns when B is read in place ("N") and of 100 columns when B is
+// column panels of 512 columns when B is read in place ("N") and of 100 columns when B is
 // copied into its panel ("T"/"C"). C carries the running result from one depth block to the
 // next; the first depth block starts from beta * c, the later ones from c itself.
 //
@@ -424,7 +424,7 @@ struct Args {
 //
 // The rounding depends only on the depth blocks and on the place of an element in C (see the
 // top of the file), so the row and column panels are free: the copied form with B read in
-// place takes the direct form's 1024-column panels, which reads A half as often.
+// place takes the direct form's 512-column panels, which reads A a fifth as often.
 template <int L, bool Neg>
 QKM_INLINE void blocked(const Args &g, bool a_in_place, bool b_in_place) {
   // op(A)(i,p) sits at a[i*ai + p*ap] (0-based).
