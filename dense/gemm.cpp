@@ -331,10 +331,12 @@ QKM_INLINE void sweep(const Block &k, double *pack = nullptr) {
           if constexpr (Ahead) {
             // The part of C the next tile starts from: a large C comes from memory, and
             // its first additions would otherwise wait for it.
-            const double *cn = k.c + i + static_cast<int64_t>(j + N) * k.ldc;
-            for (int jj = 0; jj < N && j + N + jj < k.nb; ++jj, cn += k.ldc) {
-              for (int q = 0; q < R; ++q) __builtin_prefetch(cn + q * W, 0, 3);
-              __builtin_prefetch(cn + h - 1, 0, 3);
+            if (j + N < k.nb) {
+              const double *cn = k.c + i + static_cast<int64_t>(j + N) * k.ldc;
+              for (int jj = 0; jj < N && j + N + jj < k.nb; ++jj, cn += k.ldc) {
+                for (int q = 0; q < R; ++q) __builtin_prefetch(cn + q * W, 0, 3);
+                __builtin_prefetch(cn + h - 1, 0, 3);
+              }
             }
             // One run of what the next copy will read, spread over the tiles.
             const int t = j / N;
